@@ -1,0 +1,44 @@
+# Front door of the build. `make` builds Release into build/, `make test`
+# runs every test through CTest. The real work is CMake's; this file only
+# checks the machine and picks the build directory.
+
+BUILD      ?= build
+SAN_BUILD  ?= build-sanitize
+JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
+CMAKE_ARGS ?=
+
+.PHONY: all deps configure test test-sanitize bench format format-check install clean
+
+all: configure
+	cmake --build $(BUILD) -j $(JOBS)
+
+deps:
+	@tools/ensure-deps.sh
+
+configure: deps
+	@test -f $(BUILD)/build.ninja || cmake -S . -B $(BUILD) -G Ninja -DCMAKE_BUILD_TYPE=Release $(CMAKE_ARGS)
+
+test: all
+	ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS)
+
+test-sanitize: deps
+	@test -f $(SAN_BUILD)/build.ninja || cmake -S . -B $(SAN_BUILD) -G Ninja \
+		-DCMAKE_BUILD_TYPE=RelWithDebInfo -DORLO_SANITIZE=ON $(CMAKE_ARGS)
+	cmake --build $(SAN_BUILD) -j $(JOBS)
+	ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+		ctest --test-dir $(SAN_BUILD) --output-on-failure -j $(JOBS)
+
+bench: all
+	bench/run.sh
+
+format:
+	find lib tool tests bench fuzz -name '*.h' -o -name '*.cpp' | xargs clang-format -i
+
+format-check:
+	find lib tool tests bench fuzz -name '*.h' -o -name '*.cpp' | xargs clang-format --dry-run --Werror
+
+install: all
+	cmake --install $(BUILD)
+
+clean:
+	rm -rf $(BUILD) $(SAN_BUILD)
