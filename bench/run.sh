@@ -1,0 +1,110 @@
+#!/usr/bin/env bash
+# End-to-end benchmark: mendo against the tools people use for the same job,
+# on the same deterministic input, in one run.
+#
+# Every case first checks that mendo's output equals each anchor's output
+# (mendo's pipe output carries one extra byte 0xFF behind the input, which is
+# stripped for the comparison), so a fast wrong answer fails the benchmark.
+# Timing is hyperfine's: several runs, medians. Results go to
+# bench/results/ as a table of medians and of ratios to the fastest anchor.
+#
+# Usage: bench/run.sh [size-in-MB]   (default 200)
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+SIZE_MB=${1:-200}
+RUNS=${RUNS:-5}
+MENDO=$PWD/build/mendo
+DATA=$PWD/bench/data
+RESULTS=$PWD/bench/results
+LOG=$DATA/access-${SIZE_MB}mb.log
+
+if ! command -v hyperfine >/dev/null || ! command -v sd >/dev/null; then
+    if [ "$(id -u)" -eq 0 ]; then
+        DEBIAN_FRONTEND=noninteractive apt-get install -y -qq hyperfine sd >/dev/null
+    else
+        echo "bench: wants hyperfine and sd: apt-get install -y hyperfine sd" >&2
+        exit 1
+    fi
+fi
+[ -x "$MENDO" ] || { echo "bench: build first (make)" >&2; exit 1; }
+
+mkdir -p "$DATA" "$RESULTS"
+if [ ! -s "$LOG" ]; then
+    echo "Generating $LOG ..."
+    python3 bench/gen_log.py "$SIZE_MB" > "$LOG.tmp" && mv "$LOG.tmp" "$LOG"
+fi
+
+# Fails the benchmark unless the command's output equals the reference.
+check() {
+    local name=$1 reference=$2 command=$3 stripFF=$4
+    local got
+    got=$(mktemp)
+    bash -c "$command" > "$got"
+    if [ "$stripFF" = yes ]; then
+        truncate -s -1 "$got"
+    fi
+    if ! cmp -s "$got" "$reference"; then
+        echo "bench: WRONG OUTPUT from $name: $command" >&2
+        rm -f "$got"
+        exit 1
+    fi
+    rm -f "$got"
+}
+
+# case name, then pairs of (name, command); the first pair is mendo.
+run_case() {
+    local case=$1
+    shift
+    local reference
+    reference=$(mktemp)
+    bash -c "$4" > "$reference"  # the first anchor's output is the reference
+    local args=()
+    local names=()
+    while [ $# -gt 0 ]; do
+        local name=$1 command=$2
+        shift 2
+        case $name in
+            mendo) check "$name" "$reference" "$command" yes ;;
+            cat) ;;  # the floor: copying the bytes, no replacing
+            *) check "$name" "$reference" "$command" no ;;
+        esac
+        names+=("$name")
+        args+=(--command-name "$name" "$command")
+    done
+    rm -f "$reference"
+    echo "== $case"
+    hyperfine --style basic --warmup 1 --runs "$RUNS" --output null \
+        --export-json "$RESULTS/$case.json" "${args[@]}" >/dev/null
+}
+
+run_case plain-pipe \
+    mendo "cat '$LOG' | '$MENDO' -f:ERROR -t:FAILURE" \
+    sed "cat '$LOG' | sed 's/ERROR/FAILURE/g'" \
+    perl "cat '$LOG' | perl -pe 's/ERROR/FAILURE/g'" \
+    sd "cat '$LOG' | sd -s ERROR FAILURE" \
+    cat "cat '$LOG' | cat"
+
+run_case caseblind-pipe \
+    mendo "cat '$LOG' | '$MENDO' -fic:error -t:FAILURE" \
+    sed "cat '$LOG' | sed 's/[Ee][Rr][Rr][Oo][Rr]/FAILURE/g'" \
+    perl "cat '$LOG' | perl -pe 's/error/FAILURE/gi'" \
+    sd "cat '$LOG' | sd -f i error FAILURE"
+
+python3 - "$RESULTS" <<'EOF'
+import json, os, sys
+results = sys.argv[1]
+lines = ["| case | tool | median (s) | ratio to fastest anchor |", "|---|---|---|---|"]
+for case in ("plain-pipe", "caseblind-pipe"):
+    with open(os.path.join(results, case + ".json")) as f:
+        data = json.load(f)["results"]
+    medians = {r["command"]: r["median"] for r in data}
+    anchors = [t for t in medians if t not in ("mendo", "cat")]
+    fastest = min(medians[t] for t in anchors)
+    for tool, median in medians.items():
+        lines.append("| %s | %s | %.3f | %.2f |" % (case, tool, median, median / fastest))
+table = "\n".join(lines)
+print(table)
+with open(os.path.join(results, "summary.md"), "w") as f:
+    f.write(table + "\n")
+EOF

@@ -1,0 +1,34 @@
+// Runs the built mendo binary the way a user's shell would, but with an
+// argv list and no shell: bytes in on standard input, exact bytes out on
+// standard output and standard error, and the exit status.
+
+#ifndef MENDO_TESTS_CLI_RUN_MENDO_H
+#define MENDO_TESTS_CLI_RUN_MENDO_H
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace mendo_test {
+
+struct RunResult {
+    std::string out;
+    std::string err;
+    int status = -1;  // exit status 0..255, or -1 if the process did not exit normally
+};
+
+// Runs MENDO_BINARY with `args` (argv[1..]) in `workDir` (empty: the current
+// directory), feeding `input` on standard input. A non-zero
+// `addressSpaceLimit` caps the child's address space (RLIMIT_AS, bytes).
+RunResult RunMendo(const std::vector<std::string>& args, const std::string& input = "",
+                   const std::string& workDir = "", size_t addressSpaceLimit = 0);
+
+// Shows bytes with escapes for control and high bytes, for failure output.
+std::string Printable(const std::string& bytes);
+
+// The command line as a user would type it, for failure output.
+std::string CommandLine(const std::vector<std::string>& args);
+
+}  // namespace mendo_test
+
+#endif  // MENDO_TESTS_CLI_RUN_MENDO_H

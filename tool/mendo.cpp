@@ -1,0 +1,258 @@
+// The mendo command driver.
+//
+// One pass: read the switches, settle the find mode and the two texts,
+// prepare them, show the usage screen if the command is incomplete, gather
+// the inputs, compile the pattern once, then run each input through the
+// loop: read it whole into `content`, replace into `output` (memory expand,
+// the default) or inside `content` (-noexp), swap the two by reference, and
+// deliver. `content` and `output` live across the inputs so that their
+// blocks are reused.
+//
+// Precedence is that of the lookups, not of the command line: the first
+// present of f, fic, r, ric, rnnl, rnnlic gives the find mode, the first of
+// t, tu, tl the replacement, each by its first occurrence. Unknown switches
+// are accepted and ignored.
+//
+// Every failure travels as an exception to the three catches of RunMendo,
+// which report it on standard error and still end with status 0: callers of
+// the tool see a fatal error on standard error only.
+
+#include "mendo.h"
+
+#include <exception>
+#include <vector>
+
+#include "cmdline.h"
+#include "orlo/exceptions.h"
+#include "orlo/exp_message.h"
+#include "orlo/regex.h"
+#include "orlo/stringEx.h"
+#include "std_io.h"
+#include "text_prep.h"
+#include "usage.h"
+
+namespace Orlo {
+namespace {
+
+enum FindMode { kNoFind = 0, kPlain = 1, kPlainNoCase = 2, kRegex = 3 };
+
+// What the command line asks for, after preparation of the texts.
+struct Request {
+    int findMode = kNoFind;
+    bool regexIgnoreCase = false;
+    bool regexIgnoreNewline = false;
+    stringEx findText;
+    stringEx replaceText;
+    bool replaceSwitchT = false;  // a plain -t was given (it alone may be empty)
+    bool noExpand = false;
+    bool useStdio = false;
+    bool recurse = false;
+    bool toStdout = false;
+    bool fileCounts = false;
+    bool totalCount = false;
+    bool errStop = false;
+    bool wantsUsage = false;
+};
+
+bool Has(const CCmdLine& cmd, const char* name) {
+    return cmd.FindSwitch(stringEx::view(name)) != npos;
+}
+
+void TakeFindSwitch(const CCmdLine& cmd, Request& req) {
+    static const struct {
+        const char* name;
+        FindMode mode;
+        bool ignoreCase;
+        bool ignoreNewline;
+    } kFindSwitches[] = {
+        {"f", kPlain, false, false},   {"fic", kPlainNoCase, false, false},
+        {"r", kRegex, false, false},   {"ric", kRegex, true, false},
+        {"rnnl", kRegex, false, true}, {"rnnlic", kRegex, true, true},
+    };
+    for (const auto& row : kFindSwitches) {
+        if (!Has(cmd, row.name)) continue;
+        req.findMode = row.mode;
+        req.regexIgnoreCase = row.ignoreCase;
+        req.regexIgnoreNewline = row.ignoreNewline;
+        req.findText = cmd.GetValue(stringEx::view(row.name));
+        if (req.findMode == kRegex) ExpandAliases(req.findText);
+        return;
+    }
+}
+
+void TakeReplaceSwitch(const CCmdLine& cmd, Request& req) {
+    static const char* const kReplaceSwitches[] = {"t", "tu", "tl"};
+    for (const char* name : kReplaceSwitches) {
+        if (!Has(cmd, name)) continue;
+        req.replaceText = cmd.GetValue(stringEx::view(name));
+        if (req.findMode == kRegex) ExpandAliases(req.replaceText);
+        // Case change after the aliases, so that "[:nl:]" is not spoiled.
+        if (name[1] == 'u') req.replaceText.ToUpper(0, npos);
+        if (name[1] == 'l') req.replaceText.ToLower(0, npos);
+        break;
+    }
+    req.replaceSwitchT = Has(cmd, "t");
+}
+
+Request ReadRequest(const CCmdLine& cmd) {
+    Request req;
+    TakeFindSwitch(cmd, req);
+    req.noExpand = Has(cmd, "noexp");
+    TakeReplaceSwitch(cmd, req);
+    if (Has(cmd, "ue")) {
+        PercentDecode(req.findText, false);
+        PercentDecode(req.replaceText, false);
+    }
+    // Decided on the texts as decoded: "-f:% -ue" has nothing to find.
+    const bool complete = !Has(cmd, "h") && cmd.FindSwitchCase(stringEx::view("?")) == npos &&
+                          req.findMode != kNoFind && !req.findText.empty() &&
+                          (!req.replaceText.empty() || req.replaceSwitchT);
+    req.wantsUsage = !complete;
+
+    const uint32_t freeWords = uint32_t(cmd.args.size()) - cmd.switchCount - cmd.skip;
+    req.useStdio = Has(cmd, "stdio") || freeWords == 0;
+    req.recurse = Has(cmd, "s");
+    req.toStdout = Has(cmd, "stdout");
+    req.fileCounts = Has(cmd, "frc");
+    req.totalCount = Has(cmd, "trc");
+    req.errStop = Has(cmd, "errstop");
+    return req;
+}
+
+// Regular-expression replace of one input. The matching engine is not in
+// this build, so every pattern compiles to the empty handle, and the empty
+// handle replaces nothing: the expand form appends nothing to `output` (so
+// the swap leaves the content empty), the in-place form leaves the content
+// as it was.
+uint32_t RegexReplaceTo(const byteEx& /*content*/, byteEx& /*output*/,
+                        const regex_handle& /*regex*/, stringEx /*replacement*/) {
+    return 0;
+}
+
+uint32_t RegexReplace(byteEx& /*content*/, const regex_handle& /*regex*/,
+                      stringEx /*replacement*/) {
+    return 0;
+}
+
+// The two buffers of the run and the pattern, compiled once.
+struct Workspace {
+    byteEx content;
+    byteEx output;
+    regex_handle regex;
+};
+
+// Replaces every match in ws.content by the request's mode and strategy and
+// returns the count. The expand strategy leaves the result in ws.content by
+// swapping the two buffers, which copies no byte.
+uint32_t ReplaceInput(const Request& req, Workspace& ws) {
+    byteEx& content = ws.content;
+    byteEx& output = ws.output;
+    uint32_t count = 0;
+    if (!req.noExpand) {
+        // Room for an eighth of growth up front: past the replace's own
+        // estimate a large output would otherwise be copied as it grows.
+        // Pages that are never written cost nothing.
+        uint64_t room = uint64_t(content.size()) + content.size() / 8 + 4096;
+        output.clear();
+        if (room < byteEx::max_size()) output.reserve_exact(uint32_t(room));
+    }
+    if (req.noExpand) {
+        switch (req.findMode) {
+            case kPlain:
+                return content.Replace(req.findText, req.replaceText, 0, true);
+            case kPlainNoCase:
+                return content.ReplaceIC(req.findText, req.replaceText, 0, true);
+            case kRegex:
+                return RegexReplace(content, ws.regex, req.replaceText);
+        }
+    } else {
+        switch (req.findMode) {
+            case kPlain:
+                output.clear();
+                count = content.ReplaceTo(output, req.findText, req.replaceText, 0);
+                content.swap(output);
+                return count;
+            case kPlainNoCase:
+                output.clear();
+                count = content.ReplaceToIC(output, req.findText, req.replaceText, 0);
+                content.swap(output);
+                return count;
+            case kRegex:
+                output.clear();
+                count = RegexReplaceTo(content, output, ws.regex, req.replaceText);
+                content.swap(output);
+                return count;
+        }
+    }
+    // Cannot arise: an incomplete command shows the usage screen first.
+    WriteStderr("[FATAL ERROR] unknown func!\n");
+    std::_Exit(1);
+}
+
+void PrintTotal(uint32_t total) {
+    stringEx line("\n## total replaced ");
+    line.AppendUInt(total, 10);
+    line.append(" matchs\n");
+    WriteStdout(line.view());
+}
+
+int Run(int argc, char** argv) {
+    CCmdLine cmd(stringEx::view("-"), stringEx::view(":="), 1);
+    cmd.Init(argc, argv);
+    Request req = ReadRequest(cmd);
+    if (req.wantsUsage) {
+        WriteStdout(kUsageText);
+        return 0;
+    }
+
+    if (!req.useStdio) {
+        // The file road (enumeration, whole-file read and guarded write) is
+        // not part of this build yet.
+        throw dirExp(ExpMessage("CDir::GetAllFiles - file patterns are not supported yet, "
+                                "use standard input"),
+                     DirCode::EnumFiles);
+    }
+
+    Workspace ws;
+    if (req.findMode == kRegex) {
+        byteEx pattern(req.findText);
+        ws.regex =
+            compile_pattern_handle(pattern, req.regexIgnoreCase, !req.regexIgnoreNewline, 1, true);
+    }
+
+    uint32_t total = 0;
+    ws.content.clear();
+    ReadStandardInput(ws.content);
+    if (!ws.content.empty()) {
+        uint32_t count = ReplaceInput(req, ws);
+        WriteStdout(ws.content.view());
+        total += count;
+    }
+
+    if (req.totalCount && total != 0) PrintTotal(total);
+    return 0;
+}
+
+// Written in pieces, without allocating: the failure may be lack of memory.
+void ReportFatal(std::string_view head, std::string_view detail) {
+    WriteStderr(head);
+    WriteStderr(detail);
+    WriteStderr("\n");
+}
+
+}  // namespace
+
+int RunMendo(int argc, char** argv) {
+    try {
+        return Run(argc, argv);
+    } catch (const byExp& e) {
+        ReportFatal("[FATAL ERROR] Orlo runtime lib error: ", e.message.view());
+    } catch (const std::exception& e) {
+        ReportFatal("[FATAL ERROR] vc runtime lib error: ", e.what());
+    } catch (...) {
+        WriteStderr("[FATAL ERROR] unknown system error\n");
+    }
+    return 0;
+}
+
+}  // namespace Orlo

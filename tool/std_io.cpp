@@ -1,0 +1,78 @@
+// Standard input and output for mendo; see std_io.h.
+
+#include "std_io.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace Orlo {
+namespace {
+
+// Reads go in steps of at least this much room.
+constexpr uint32_t kReadStep = 1u << 20;
+// Larger pipes mean fewer wake-ups for both ends; refusal is harmless.
+constexpr int kPipeSize = 1 << 20;
+
+void WidenPipe(int fd) {
+    struct stat info;
+    if (fstat(fd, &info) == 0 && S_ISFIFO(info.st_mode)) (void)fcntl(fd, F_SETPIPE_SZ, kPipeSize);
+}
+
+// A regular file on standard input tells its size: one exact reservation.
+void ReserveForRegularFile(int fd, byteEx& content) {
+    struct stat info;
+    if (fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) return;
+    off_t here = lseek(fd, 0, SEEK_CUR);
+    if (here < 0 || info.st_size <= here) return;
+    uint64_t wanted = uint64_t(content.size()) + uint64_t(info.st_size - here) + 2;
+    if (wanted < byteEx::max_size()) content.reserve_exact(uint32_t(wanted));
+}
+
+void WriteAll(int fd, std::string_view bytes) {
+    const char* p = bytes.data();
+    size_t left = bytes.size();
+    while (left > 0) {
+        ssize_t n = write(fd, p, left);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return;
+        p += n;
+        left -= size_t(n);
+    }
+}
+
+}  // namespace
+
+void ReadStandardInput(byteEx& content) {
+    WidenPipe(STDIN_FILENO);
+    ReserveForRegularFile(STDIN_FILENO, content);
+    for (;;) {
+        // Fill the room there is; a regular file was given exactly enough,
+        // so its end is met without growing the block again.
+        uint32_t room = content.is_null() ? 0 : content.capacity() - content.size() - 1;
+        if (room == 0) room = kReadStep;
+        char* where = content.prepare_append(room);
+        ssize_t n = read(STDIN_FILENO, where, room);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) break;
+        content.commit_append(uint32_t(n));
+    }
+    content.push_back(static_cast<char>(0xFF));
+}
+
+void WriteStdout(std::string_view bytes) {
+    static bool widened = false;
+    if (!widened) {
+        widened = true;
+        if (bytes.size() >= size_t(kPipeSize)) WidenPipe(STDOUT_FILENO);
+    }
+    WriteAll(STDOUT_FILENO, bytes);
+}
+
+void WriteStderr(std::string_view bytes) {
+    WriteAll(STDERR_FILENO, bytes);
+}
+
+}  // namespace Orlo
