@@ -32,10 +32,10 @@ bench: all
 	bench/run.sh
 
 format:
-	find lib tool tests bench fuzz -name '*.h' -o -name '*.cpp' | xargs clang-format -i
+	find $(wildcard lib tool tests bench fuzz) -name '*.h' -o -name '*.cpp' | xargs clang-format -i
 
 format-check:
-	find lib tool tests bench fuzz -name '*.h' -o -name '*.cpp' | xargs clang-format --dry-run --Werror
+	find $(wildcard lib tool tests bench fuzz) -name '*.h' -o -name '*.cpp' | xargs clang-format --dry-run --Werror
 
 install: all
 	cmake --install $(BUILD)

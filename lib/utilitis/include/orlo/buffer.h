@@ -359,9 +359,14 @@ class basic_buffer {
     uint32_t offset_in_content(const CharT* p) const noexcept {
         return (m_data && p >= m_data && p < m_data + m_length) ? uint32_t(p - m_data) : npos;
     }
+    // Gives a shared record a private block of `size` elements holding its
+    // content.
+    void copy_to_private_block(uint32_t size);
     void replace_from_self(uint32_t pos, uint32_t n, uint32_t src, uint32_t count);
     uint32_t ReplaceInPlace(const basic_buffer& find, const basic_buffer& with, uint32_t start,
                             bool all, bool ignoreCase);
+    uint32_t ReplaceTextTo(basic_buffer& dest, const basic_buffer& find, const basic_buffer& with,
+                           uint32_t start, bool ignoreCase) const;
     uint32_t ReplaceSetTo(basic_buffer& dest, const basic_buffer& set, const basic_buffer& with,
                           uint32_t start, bool runs) const;
 

@@ -351,17 +351,21 @@ typename basic_buffer<CharT>::counter_type* NewCounterFor(CharT* block) {
 }  // namespace
 
 template <class CharT>
+void basic_buffer<CharT>::copy_to_private_block(uint32_t size) {
+    CharT* block = AllocateElements<CharT>(size);
+    counter_type* refs = NewCounterFor(block);
+    if (m_length) P<CharT>::copy(block, m_data, m_length);
+    release();
+    m_data = block;
+    m_refs = refs;
+    m_capacity = size;
+}
+
+template <class CharT>
 void basic_buffer<CharT>::grow_for_write(uint32_t n) {
     if (n > max_size()) throw std::bad_alloc();
     if (!is_unique()) {
-        uint32_t size = std::min<uint32_t>(std::max(n, m_length) | round_mask, max_size());
-        CharT* block = AllocateElements<CharT>(size);
-        counter_type* refs = NewCounterFor(block);
-        if (m_length) P<CharT>::copy(block, m_data, m_length);
-        release();
-        m_data = block;
-        m_refs = refs;
-        m_capacity = size;
+        copy_to_private_block(std::min<uint32_t>(std::max(n, m_length) | round_mask, max_size()));
         return;
     }
     if (n <= m_capacity) return;
@@ -379,14 +383,7 @@ template <class CharT>
 void basic_buffer<CharT>::reserve_exact(uint32_t n) {
     if (n > max_size()) throw std::bad_alloc();
     if (!is_unique()) {
-        uint32_t size = std::max(n, m_length);
-        CharT* block = AllocateElements<CharT>(size);
-        counter_type* refs = NewCounterFor(block);
-        if (m_length) P<CharT>::copy(block, m_data, m_length);
-        release();
-        m_data = block;
-        m_refs = refs;
-        m_capacity = size;
+        copy_to_private_block(std::max(n, m_length));
         return;
     }
     if (n <= m_capacity) return;

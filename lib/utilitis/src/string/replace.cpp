@@ -118,6 +118,19 @@ uint32_t ExpandRoom(uint64_t destLength, uint64_t estimate, uint32_t maxSize) {
 template <class CharT>
 uint32_t basic_buffer<CharT>::ReplaceTo(basic_buffer& dest, const basic_buffer& find,
                                         const basic_buffer& with, uint32_t start) const {
+    return ReplaceTextTo(dest, find, with, start, false);
+}
+
+template <class CharT>
+uint32_t basic_buffer<CharT>::ReplaceToIC(basic_buffer& dest, const basic_buffer& find,
+                                          const basic_buffer& with, uint32_t start) const {
+    return ReplaceTextTo(dest, find, with, start, true);
+}
+
+template <class CharT>
+uint32_t basic_buffer<CharT>::ReplaceTextTo(basic_buffer& dest, const basic_buffer& find,
+                                            const basic_buffer& with, uint32_t start,
+                                            bool ignoreCase) const {
     if (start >= m_length || find.empty() || empty()) return 0;
     // Shared copies keep the inputs stable should `dest` be one of them.
     const basic_buffer source(*this), needle(find), replacement(with);
@@ -129,32 +142,7 @@ uint32_t basic_buffer<CharT>::ReplaceTo(basic_buffer& dest, const basic_buffer& 
     const CharT* base = source.m_data;
     const CharT* end = base + source.m_length;
     const CharT* copied = base;
-    Finder<CharT> finder(needle.m_data, needle.m_length, false);
-    uint32_t count = 0;
-    for (const CharT* hit = finder.Find(base + start, end); hit; hit = finder.Find(copied, end)) {
-        dest.append(copied, uint32_t(hit - copied));
-        dest.append(replacement);
-        ++count;
-        copied = hit + needle.m_length;
-    }
-    dest.append(copied, uint32_t(end - copied));
-    return count;
-}
-
-template <class CharT>
-uint32_t basic_buffer<CharT>::ReplaceToIC(basic_buffer& dest, const basic_buffer& find,
-                                          const basic_buffer& with, uint32_t start) const {
-    if (start >= m_length || find.empty() || empty()) return 0;
-    const basic_buffer source(*this), needle(find), replacement(with);
-
-    uint64_t estimate = m_length;
-    if (with.m_length > find.m_length) estimate += uint64_t(with.m_length - find.m_length) << 4;
-    dest.reserve_exact(ExpandRoom(dest.m_length, estimate, max_size()));
-
-    const CharT* base = source.m_data;
-    const CharT* end = base + source.m_length;
-    const CharT* copied = base;
-    Finder<CharT> finder(needle.m_data, needle.m_length, true);
+    Finder<CharT> finder(needle.m_data, needle.m_length, ignoreCase);
     uint32_t count = 0;
     for (const CharT* hit = finder.Find(base + start, end); hit; hit = finder.Find(copied, end)) {
         dest.append(copied, uint32_t(hit - copied));
@@ -364,6 +352,8 @@ uint32_t basic_buffer<CharT>::SplitOffsets(span_list& spans, const basic_buffer&
     template uint32_t basic_buffer<CharT>::FindPairs(span_list&, const basic_buffer&,           \
                                                      const basic_buffer&) const;                \
     template uint32_t basic_buffer<CharT>::SplitOffsets(span_list&, const basic_buffer&) const; \
+    template uint32_t basic_buffer<CharT>::ReplaceTextTo(                                       \
+        basic_buffer&, const basic_buffer&, const basic_buffer&, uint32_t, bool) const;         \
     template uint32_t basic_buffer<CharT>::ReplaceSetTo(                                        \
         basic_buffer&, const basic_buffer&, const basic_buffer&, uint32_t, bool) const;         \
     template uint32_t basic_buffer<CharT>::ReplaceInPlace(                                      \
