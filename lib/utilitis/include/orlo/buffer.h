@@ -145,6 +145,12 @@ class basic_buffer {
         return m_data + m_length;
     }
     void commit_append(uint32_t count) noexcept { set_length(m_length + count); }
+    // For writers that filled room obtained from a room function: the
+    // content is now the first n elements (n < capacity); terminates it.
+    void set_length(uint32_t n) noexcept {
+        m_length = n;
+        m_data[n] = CharT();
+    }
 
     // ---- state and access ---------------------------------------------------
 
@@ -351,10 +357,6 @@ class basic_buffer {
   private:
     void release() noexcept;
     void share(const basic_buffer& other) noexcept;
-    void set_length(uint32_t n) noexcept {
-        m_length = n;
-        m_data[n] = CharT();
-    }
     // Index of `p` when it points into the content, otherwise npos.
     uint32_t offset_in_content(const CharT* p) const noexcept {
         return (m_data && p >= m_data && p < m_data + m_length) ? uint32_t(p - m_data) : npos;

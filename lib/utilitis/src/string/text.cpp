@@ -136,15 +136,6 @@ auto InSet(const basic_buffer<CharT>& set) {
 
 // ---- writing into reserved room ------------------------------------------------
 
-// Gives the record the length of what was written into its room. attach,
-// handed the record's own block, keeps block and counter and only sets
-// length and capacity.
-template <class CharT>
-void SetWrittenLength(basic_buffer<CharT>& text, uint32_t length) {
-    text.attach(text.data(), length, text.capacity());
-    text.data()[length] = CharT();
-}
-
 // The room functions copy the content but not its terminator (the caller
 // writes one). A view keeps its borrowed memory, which is not ours to
 // terminate.
@@ -184,7 +175,7 @@ void WriteFormatted(basic_buffer<CharT>& text, uint32_t offset, uint32_t room, c
     const int written = FormatInto(at, room, format, args);
     at[room - 1] = CharT();
     if (written > 0) {
-        SetWrittenLength(text, offset + std::min(uint32_t(written), room - 1));
+        text.set_length(offset + std::min(uint32_t(written), room - 1));
         return;
     }
     TerminateUnlessView(text);
