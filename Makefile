@@ -4,10 +4,11 @@
 
 BUILD      ?= build
 SAN_BUILD  ?= build-sanitize
+TSAN_BUILD ?= build-tsan
 JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
 CMAKE_ARGS ?=
 
-.PHONY: all deps configure test test-sanitize bench format format-check install clean
+.PHONY: all deps configure test test-sanitize test-tsan bench format format-check install clean
 
 all: configure
 	cmake --build $(BUILD) -j $(JOBS)
@@ -28,6 +29,14 @@ test-sanitize: deps
 	ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
 		ctest --test-dir $(SAN_BUILD) --output-on-failure -j $(JOBS)
 
+# The thread-safety tests (those labelled sync) under ThreadSanitizer.
+test-tsan: deps
+	@test -f $(TSAN_BUILD)/build.ninja || cmake -S . -B $(TSAN_BUILD) -G Ninja \
+		-DCMAKE_BUILD_TYPE=RelWithDebInfo -DORLO_TSAN=ON $(CMAKE_ARGS)
+	cmake --build $(TSAN_BUILD) -j $(JOBS)
+	TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
+		ctest --test-dir $(TSAN_BUILD) --output-on-failure -j $(JOBS) -L sync
+
 bench: all
 	bench/run.sh
 
@@ -41,4 +50,4 @@ install: all
 	cmake --install $(BUILD)
 
 clean:
-	rm -rf $(BUILD) $(SAN_BUILD)
+	rm -rf $(BUILD) $(SAN_BUILD) $(TSAN_BUILD)
