@@ -8,7 +8,7 @@ TSAN_BUILD ?= build-tsan
 JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
 CMAKE_ARGS ?=
 
-.PHONY: all deps configure test test-sanitize test-tsan bench format format-check install clean
+.PHONY: all deps configure test test-sanitize test-tsan bench format format-check unicode-tables install clean
 
 all: configure
 	cmake --build $(BUILD) -j $(JOBS)
@@ -45,6 +45,12 @@ format:
 
 format-check:
 	find $(wildcard lib tool tests bench fuzz) -name '*.h' -o -name '*.cpp' | xargs clang-format --dry-run --Werror
+
+# Rewrites lib/utilitis/src/regex/unicode_tables.cpp from Debian's
+# unicode-data (installed when run as root, like the build packages).
+unicode-tables:
+	@tools/ensure-deps.sh python3 unicode-data
+	tools/gen_unicode_tables.py
 
 install: all
 	cmake --install $(BUILD)
