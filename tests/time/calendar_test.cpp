@@ -1,0 +1,334 @@
+// Calendar arithmetic of CTime against two independent oracles: the C
+// library's gmtime_r, which covers every value of the count (its year 0 is
+// the library's year -1), and a day-by-day count over year lengths written
+// here for the dates around year 1 and the leap rule's exceptions. Then
+// round trips through Set, the one-field setters and the time_t conversion.
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <ctime>
+#include <limits>
+#include <random>
+#include <string>
+
+#include "orlo/exceptions.h"
+#include "orlo/time.h"
+
+namespace {
+
+using Orlo::CTime;
+using Orlo::kUsPerDay;
+using Orlo::kUsPerSecond;
+using Orlo::TimeFields;
+
+constexpr int64_t kMin = std::numeric_limits<int64_t>::min();
+constexpr int64_t kMax = std::numeric_limits<int64_t>::max();
+
+std::string Show(const TimeFields& f) {
+    return std::to_string(f.year) + "-" + std::to_string(f.month) + "-" + std::to_string(f.day) +
+           " doy " + std::to_string(f.dayOfYear) + " wd " + std::to_string(f.weekDay) + " " +
+           std::to_string(f.hour) + ":" + std::to_string(f.minute) + ":" +
+           std::to_string(f.second) + "." + std::to_string(f.microsecond) + " z " +
+           std::to_string(f.zone);
+}
+
+TimeFields FromGmtime(int64_t us) {
+    int64_t seconds = us / kUsPerSecond;
+    int64_t micro = us % kUsPerSecond;
+    if (micro < 0) {
+        --seconds;
+        micro += kUsPerSecond;
+    }
+    const time_t t = static_cast<time_t>(seconds);
+    tm parts{};
+    EXPECT_NE(gmtime_r(&t, &parts), nullptr) << us;
+    TimeFields f;
+    const int64_t astronomical = int64_t(parts.tm_year) + 1900;
+    f.year = static_cast<int32_t>(astronomical < 1 ? astronomical - 1 : astronomical);
+    f.month = uint32_t(parts.tm_mon + 1);
+    f.dayOfYear = uint16_t(parts.tm_yday + 1);
+    f.day = uint16_t(parts.tm_mday);
+    f.weekDay = parts.tm_wday;
+    f.hour = uint16_t(parts.tm_hour);
+    f.minute = uint16_t(parts.tm_min);
+    f.second = uint16_t(parts.tm_sec);
+    f.microsecond = uint32_t(micro);
+    f.zone = 0;
+    return f;
+}
+
+TimeFields ToFields(int64_t us, int16_t zone = 0) {
+    TimeFields f;
+    CTime(us).ToFields(f, zone);
+    return f;
+}
+
+TEST(CalendarOracle, AgreesWithGmtimeOverRandomValues) {
+    std::mt19937_64 random(20240305);
+    // Three populations: the whole count, the 32-bit time_t range, and the
+    // proleptic centuries around year 1.
+    std::uniform_int_distribution<int64_t> anywhere(kMin, kMax);
+    std::uniform_int_distribution<int64_t> classic(int64_t(INT32_MIN) * kUsPerSecond,
+                                                   int64_t(INT32_MAX) * kUsPerSecond);
+    std::uniform_int_distribution<int64_t> aroundYearOne(-80000 * kUsPerDay * 365,
+                                                         -60000 * kUsPerDay * 365);
+    int failures = 0;
+    for (int i = 0; i < 3000000 && failures < 5; ++i) {
+        const int64_t us = i % 3 == 0   ? anywhere(random)
+                           : i % 3 == 1 ? classic(random)
+                                        : aroundYearOne(random) / 100;
+        const TimeFields expected = FromGmtime(us);
+        const TimeFields actual = ToFields(us);
+        if (actual == expected) continue;
+        ++failures;
+        ADD_FAILURE() << "us " << us << "\n  expected " << Show(expected) << "\n  actual   "
+                      << Show(actual);
+    }
+}
+
+TEST(CalendarOracle, AgreesWithGmtimeAtTheEndsOfTheCount) {
+    // The last microsecond that gmtime can see as a whole second on each side.
+    for (int64_t us :
+         {kMin + kUsPerSecond, kMin + kUsPerSecond + 1, kMax - 1, kMax, int64_t(0), int64_t(-1)}) {
+        EXPECT_EQ(Show(ToFields(us)), Show(FromGmtime(us))) << us;
+    }
+}
+
+// ---- the day count -------------------------------------------------------------------
+
+// The leap rule in the numbering without a year 0: year -1 counts as year 0.
+bool CountedLeap(int32_t year) {
+    const int64_t y = year < 1 ? year + 1 : year;
+    return (y % 4 == 0 && y % 100 != 0) || y % 400 == 0;
+}
+
+int32_t YearAfter(int32_t year) {
+    return year == -1 ? 1 : year + 1;
+}
+
+// Days from 1970-01-01 to January 1 of `year`, year by year.
+int64_t CountedDaysToYear(int32_t year) {
+    int64_t days = 0;
+    for (int32_t y = year; y < 1970; y = YearAfter(y))
+        days -= CountedLeap(y) ? 366 : 365;
+    for (int32_t y = 1970; y < year; ++y)
+        days += CountedLeap(y) ? 366 : 365;
+    return days;
+}
+
+struct DateCase {
+    int32_t year;
+    uint32_t month;
+    uint16_t day;
+    int32_t weekDay;  // counted from 0001-01-01, a Monday, not taken from the code
+    const char* why;
+};
+
+TEST(CalendarDayCount, DatesAroundYearOneAndTheLeapExceptions) {
+    const DateCase cases[] = {
+        {1970, 1, 1, 4, "the epoch"},
+        {1969, 12, 31, 3, "the day before the epoch"},
+        {2000, 2, 29, 2, "divisible by 400: leap"},
+        {2000, 12, 31, 0, "day 366"},
+        {2100, 2, 28, 0, "divisible by 100 only: common"},
+        {2100, 3, 1, 1, "the day after February 28, 2100"},
+        {1, 1, 1, 1, "the first day of year 1 was a Monday"},
+        {-1, 12, 31, 0, "the day before year 1 lies in year -1"},
+        {-1, 2, 29, 2, "year -1 is a leap year"},
+        {-2, 3, 1, 1, "year -2 is common: March 1 follows February 28"},
+        {-5, 2, 29, 4, "year -5 counts as -4: leap"},
+        {-101, 3, 1, 4, "year -101 counts as -100: common"},
+        {-401, 2, 29, 2, "year -401 counts as -400: leap"},
+    };
+    for (const DateCase& c : cases) {
+        SCOPED_TRACE(c.why);
+        int64_t days = CountedDaysToYear(c.year) + c.day - 1;
+        uint16_t dayOfYear = c.day;
+        for (uint32_t m = 1; m < c.month; ++m) {
+            const uint32_t length = m == 2 ? (CountedLeap(c.year) ? 29 : 28)
+                                           : (m == 4 || m == 6 || m == 9 || m == 11 ? 30 : 31);
+            days += length;
+            dayOfYear = uint16_t(dayOfYear + length);
+        }
+        const int64_t us = days * kUsPerDay + 45296789012;  // 12:34:56.789012
+        const TimeFields f = ToFields(us);
+        EXPECT_EQ(f.year, c.year);
+        EXPECT_EQ(f.month, c.month);
+        EXPECT_EQ(f.day, c.day);
+        EXPECT_EQ(f.dayOfYear, dayOfYear);
+        EXPECT_EQ(f.weekDay, c.weekDay);
+        EXPECT_EQ(f.hour * 10000 + f.minute * 100 + f.second, 123456);
+        EXPECT_EQ(f.microsecond, 789012u);
+        EXPECT_EQ(CTime(f).us, us) << "Set gives the value back";
+    }
+}
+
+TEST(CalendarDayCount, OneMicrosecondBeforeTheEpochTakesTheFloor) {
+    const TimeFields f = ToFields(-1);
+    EXPECT_EQ(Show(f), "1969-12-31 doy 365 wd 3 23:59:59.999999 z 0");
+}
+
+TEST(CalendarDayCount, LeapYearsAndMonthLengths) {
+    struct {
+        uint32_t month;
+        int32_t year;
+        uint32_t days;
+    } const cases[] = {{2, 2000, 29}, {2, 2100, 28}, {2, 2024, 29}, {2, 2023, 28}, {2, -1, 29},
+                       {2, -2, 28},   {2, -5, 29},   {1, 1, 31},    {4, 1, 30},    {12, -10, 31}};
+    for (const auto& c : cases) {
+        EXPECT_EQ(CTime::GetNumOfDays(c.month, c.year), c.days) << c.month << "/" << c.year;
+        EXPECT_EQ(CTime::IsLeapYear(c.year), c.month == 2 && c.days == 29) << c.year;
+    }
+    TimeFields present;
+    CTime::now().ToFields(present, Orlo::kLocalZone);
+    EXPECT_EQ(CTime::IsLeapYear(0), CTime::IsLeapYear(present.year)) << "0 is the present year";
+}
+
+// ---- Set and the setters -----------------------------------------------------------------
+
+TEST(CalendarSet, RoundTripsInEveryZone) {
+    std::mt19937_64 random(7);
+    // Far enough from the ends that a zone's shift can't wrap.
+    std::uniform_int_distribution<int64_t> value(kMin / 2, kMax / 2);
+    std::uniform_int_distribution<int> zone(-1439, 1439);
+    for (int i = 0; i < 200000; ++i) {
+        const int64_t us = value(random);
+        TimeFields f;
+        CTime(us).ToFields(f, int16_t(zone(random)));
+        ASSERT_EQ(CTime(f).us, us) << Show(f);
+    }
+    TimeFields local;
+    CTime(123456789).ToFields(local, Orlo::kLocalZone);
+    EXPECT_EQ(local.zone, Orlo::IMPL::LocalZoneBias());
+    local.zone = Orlo::kLocalZone;
+    EXPECT_EQ(CTime(local).us, 123456789) << "the local zone composes with the same bias";
+}
+
+TEST(CalendarSet, FieldsPastTheirRangeCarry) {
+    TimeFields f;
+    f.year = 2023;
+    f.month = 1;
+    f.day = 32;
+    f.hour = 25;
+    f.zone = 60;
+    // February 2, 01:00 at UTC+1 is 00:00 UTC.
+    EXPECT_EQ(Show(ToFields(CTime(f).us)), "2023-2-2 doy 33 wd 4 0:0:0.0 z 0");
+    f.day = 0;
+    f.hour = 0;
+    f.zone = 0;
+    EXPECT_EQ(Show(ToFields(CTime(f).us)), "2022-12-31 doy 365 wd 6 0:0:0.0 z 0");
+}
+
+// A timeExp's text and code, or "no throw".
+template <class Body>
+std::string Thrown(Body&& body) {
+    try {
+        body();
+    } catch (const Orlo::timeExp& e) {
+        return std::string(e.message.view()) + " #" + std::to_string(e.code);
+    }
+    return "no throw";
+}
+
+TEST(CalendarSet, InvalidMonthsAndDaysOfYear) {
+    TimeFields f;
+    f.year = 2023;
+    f.month = 13;
+    CTime t(777);
+    EXPECT_EQ(Thrown([&] { t.Set(f); }), "CTime::Set - invalid month value #3");
+    f.month = 0;
+    EXPECT_EQ(Thrown([&] { t.Set(f); }), "CTime::Set - invalid month value #3");
+    EXPECT_EQ(t.us, 777) << "a refused Set leaves the value";
+    EXPECT_EQ(Thrown([&] { t.SetMonth(13, 0); }), "CTime::SetMonth - invalid month value #3");
+    EXPECT_EQ(Thrown([] { CTime::GetNumOfDays(0, 2000); }),
+              "CTime::GetNumOfDays - invalid month value #3");
+
+    f.month = 5;
+    f.day = 17;
+    t.Set(f);
+    EXPECT_EQ(Thrown([&] { t.SetDayOfYear(366, -90); }),
+              "CTime::SetDayOfYear - Invalid day of year\n"
+              "  current obj's year          = 2023\n"
+              "  current timezone in minutes = -90\n"
+              "  the day of year value       = 366 #4");
+    EXPECT_EQ(Thrown([&] { t.SetDayOfYear(0, 0); }).substr(0, 42),
+              "CTime::SetDayOfYear - Invalid day of year\n");
+}
+
+TEST(CalendarSet, SettersChangeOneFieldInTheirZone) {
+    TimeFields f;
+    f.year = 2024;
+    f.month = 1;
+    f.day = 31;
+    f.hour = 23;
+    f.minute = 30;
+    f.zone = 120;
+    const CTime base(f);
+    struct {
+        const char* what;
+        CTime (*change)(CTime);
+        const char* expected;  // read back at UTC+2
+    } const cases[] = {
+        {"year", [](CTime t) { return t.SetYear(-1, 120); }, "-1-1-31 doy 31 wd 1 23:30:0.0 z 120"},
+        {"month into a short one carries", [](CTime t) { return t.SetMonth(2, 120); },
+         "2024-3-2 doy 62 wd 6 23:30:0.0 z 120"},
+        {"day", [](CTime t) { return t.SetDay(1, 120); }, "2024-1-1 doy 1 wd 1 23:30:0.0 z 120"},
+        {"day of a leap year", [](CTime t) { return t.SetDayOfYear(366, 120); },
+         "2024-12-31 doy 366 wd 2 23:30:0.0 z 120"},
+        {"hour", [](CTime t) { return t.SetHour(0, 120); }, "2024-1-31 doy 31 wd 3 0:30:0.0 z 120"},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(Show(ToFields(c.change(base).us, 120)), c.expected) << c.what;
+
+    // The zone decides which fields are read and rebuilt: midnight of
+    // January 31 in UTC comes two hours after midnight of January 31 at UTC+2.
+    EXPECT_EQ(CTime(base).SetHour(0, 0).us - CTime(base).SetHour(0, 120).us, 2 * Orlo::kUsPerHour);
+}
+
+// ---- time_t, the clock and arithmetic -------------------------------------------------------
+
+TEST(CalendarTimeT, SecondsRoundTowardThePast) {
+    const struct {
+        int64_t us;
+        time_t seconds;
+    } cases[] = {{0, 0}, {999999, 0}, {1000000, 1}, {-1, -1}, {-1000000, -1}, {-1000001, -2}};
+    for (const auto& c : cases)
+        EXPECT_EQ(CTime(c.us).GetTime_T(), c.seconds) << c.us;
+    EXPECT_EQ(CTime().SetTime_T(-7).us, -7000000);
+}
+
+TEST(CalendarTimeT, RangeOfTheTarget) {
+    using Orlo::IMPL::FitsSeconds;
+    constexpr int64_t top = int64_t(INT32_MAX) * kUsPerSecond;
+    constexpr int64_t bottom = int64_t(INT32_MIN) * kUsPerSecond;
+    EXPECT_TRUE(FitsSeconds<int32_t>(top + 999999));
+    EXPECT_FALSE(FitsSeconds<int32_t>(top + kUsPerSecond));
+    EXPECT_TRUE(FitsSeconds<int32_t>(bottom));
+    EXPECT_FALSE(FitsSeconds<int32_t>(bottom - 1)) << "the floor takes it below the range";
+    EXPECT_TRUE(FitsSeconds<int64_t>(kMin));
+
+    // A value far outside a 32-bit time_t; a 64-bit time_t holds every value.
+    const CTime far(kMax);
+    if constexpr (sizeof(time_t) < 8) {
+        EXPECT_EQ(Thrown([&] { far.GetTime_T(); }),
+                  "CTime::GetTime_T - out of range when converting to time_t\n"
+                  "  seconds offset = 9223372036854 #2");
+    } else {
+        EXPECT_EQ(far.GetTime_T(), kMax / kUsPerSecond);
+        EXPECT_EQ(CTime(kMin).GetTime_T(), kMin / kUsPerSecond - 1);
+    }
+}
+
+TEST(CalendarClock, NowReadsTheSystemClock) {
+    const time_t before = time(nullptr);
+    const CTime now = CTime::now();
+    const time_t after = time(nullptr);
+    EXPECT_FALSE(now.IsNull());
+    EXPECT_GE(now.GetTime_T(), before);
+    EXPECT_LE(now.GetTime_T(), after);
+    EXPECT_TRUE(CTime(CTime::kNullValue).IsNull());
+    EXPECT_EQ(uint64_t(CTime::kNullValue), 0x8000000000000000u);
+}
+
+}  // namespace
