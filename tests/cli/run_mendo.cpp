@@ -11,6 +11,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <stdexcept>
@@ -22,20 +23,30 @@ void MakePipe(int fds[2]) {
     if (pipe2(fds, O_CLOEXEC) != 0) throw std::runtime_error("pipe2 failed");
 }
 
-// Reads what is there; returns false at end of stream.
-bool Drain(int fd, std::string& into) {
+// Reads what is there, at most `most` bytes; returns false at end of stream.
+bool Drain(int fd, std::string& into, size_t most = 65536) {
     char buffer[65536];
-    ssize_t n = read(fd, buffer, sizeof buffer);
+    ssize_t n = read(fd, buffer, std::min(most, sizeof buffer));
     if (n < 0 && (errno == EINTR || errno == EAGAIN)) return true;
     if (n <= 0) return false;
     into.append(buffer, size_t(n));
     return true;
 }
 
+// The test process may ignore signals (the library ignores SIGPIPE), and an
+// ignored signal stays ignored across exec.
+void DefaultSignals() {
+    for (int signo = 1; signo < NSIG; ++signo)
+        signal(signo, SIG_DFL);
+    sigset_t none;
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
 }  // namespace
 
 RunResult RunMendo(const std::vector<std::string>& args, const std::string& input,
-                   const std::string& workDir, size_t addressSpaceLimit) {
+                   const std::string& workDir, size_t addressSpaceLimit, size_t stdoutReadLimit) {
     int in[2], out[2], err[2];
     MakePipe(in);
     MakePipe(out);
@@ -52,6 +63,7 @@ RunResult RunMendo(const std::vector<std::string>& args, const std::string& inpu
     pid_t pid = fork();
     if (pid < 0) throw std::runtime_error("fork failed");
     if (pid == 0) {
+        DefaultSignals();
         dup2(in[0], STDIN_FILENO);
         dup2(out[1], STDOUT_FILENO);
         dup2(err[1], STDERR_FILENO);
@@ -83,7 +95,15 @@ RunResult RunMendo(const std::vector<std::string>& args, const std::string& inpu
         fds[0].fd = outOpen ? out[0] : -1;
         fds[1].fd = errOpen ? err[0] : -1;
         if (poll(fds, 3, -1) < 0 && errno != EINTR) break;
-        if (fds[0].revents) outOpen = Drain(out[0], result.out);
+        if (fds[0].revents) {
+            const size_t most = stdoutReadLimit ? stdoutReadLimit - result.out.size() : 65536;
+            outOpen = Drain(out[0], result.out, most);
+            if (stdoutReadLimit && result.out.size() >= stdoutReadLimit && outOpen) {
+                close(out[0]);
+                out[0] = -1;
+                outOpen = false;
+            }
+        }
         if (fds[1].revents) errOpen = Drain(err[0], result.err);
         if (inFd >= 0 && fds[2].revents) {
             ssize_t n = write(inFd, input.data() + written, input.size() - written);
@@ -96,7 +116,7 @@ RunResult RunMendo(const std::vector<std::string>& args, const std::string& inpu
         }
     }
     if (inFd >= 0) close(inFd);
-    close(out[0]);
+    if (out[0] >= 0) close(out[0]);
     close(err[0]);
 
     int status = 0;

@@ -19,9 +19,13 @@ struct RunResult {
 
 // Runs MENDO_BINARY with `args` (argv[1..]) in `workDir` (empty: the current
 // directory), feeding `input` on standard input. A non-zero
-// `addressSpaceLimit` caps the child's address space (RLIMIT_AS, bytes).
+// `addressSpaceLimit` caps the child's address space (RLIMIT_AS, bytes). A
+// non-zero `stdoutReadLimit` reads only that many bytes of standard output
+// and then closes the reading end, as `mendo ... | head -c N` does. The child
+// starts with every signal at its default disposition, as from a shell.
 RunResult RunMendo(const std::vector<std::string>& args, const std::string& input = "",
-                   const std::string& workDir = "", size_t addressSpaceLimit = 0);
+                   const std::string& workDir = "", size_t addressSpaceLimit = 0,
+                   size_t stdoutReadLimit = 0);
 
 // Shows bytes with escapes for control and high bytes, for failure output.
 std::string Printable(const std::string& bytes);

@@ -1,0 +1,335 @@
+// The process-level handlers. The report of a fatal signal is checked as
+// text; every road to the end of a process is taken for real, in a child
+// program (tests/programs/fatal_paths.cpp) run by fork and exec, with the
+// signal dispositions a shell would give it, and judged by its exit status
+// and the records its logger printed.
+
+#include "orlo/errhnd.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <regex>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "orlo/exceptions.h"
+
+namespace Orlo {
+namespace {
+
+// ---- the report of a fatal signal ------------------------------------------------------
+
+IMPL::FatalSignalFacts Facts(int signo, int code) {
+    IMPL::FatalSignalFacts facts;
+    facts.signo = signo;
+    facts.code = code;
+    facts.pid = 4242;
+    facts.threadId = 140230;
+    facts.address = reinterpret_cast<const void*>(0x10);
+    facts.context = reinterpret_cast<const void*>(0x7f00);
+    return facts;
+}
+
+std::string Report(const IMPL::FatalSignalFacts& facts) {
+    return std::string(IMPL::FatalSignalReport(facts).view());
+}
+
+TEST(FatalSignalReport, WholeText) {
+    EXPECT_EQ(Report(Facts(SIGSEGV, 1)),
+              "invalid memory reference\n"
+              "  signal number   = 11 (SIGSEGV)\n"
+              "  reason code     = Address not mapped to object (1)\n"
+              "  pid             = 4242\n"
+              "  tid             = 140230\n"
+              "  error number    = Success (0)\n"
+              "  roughly address = 0x10\n"
+              "  thread context  = 0x7f00");
+
+    IMPL::FatalSignalFacts trap = Facts(SIGTRAP, 2);
+    trap.errnum = ENOENT;
+    trap.address = nullptr;
+    EXPECT_EQ(Report(trap),
+              "a breakpoint has reached\n"
+              "  signal number   = 5 (SIGTRAP)\n"
+              "  reason code     = none\n"
+              "  pid             = 4242\n"
+              "  tid             = 140230\n"
+              "  error number    = No such file or directory (2)\n"
+              "  roughly address = (nil)\n"
+              "  thread context  = 0x7f00");
+}
+
+// Line `index` (from 0) of a report.
+std::string ReportLine(const IMPL::FatalSignalFacts& facts, int index) {
+    std::string report = Report(facts);
+    size_t start = 0;
+    for (int i = 0; i < index; ++i)
+        start = report.find('\n', start) + 1;
+    return report.substr(start, report.find('\n', start) - start);
+}
+
+TEST(FatalSignalReport, FirstLineAndSignalName) {
+    struct Case {
+        int signo;
+        const char* first;
+        const char* signal;
+    };
+    const Case cases[] = {
+        {SIGBUS, "hardware fault", "  signal number   = 7 (SIGBUS)"},
+        {SIGFPE, "arithmetic exception", "  signal number   = 8 (SIGFPE)"},
+        {SIGILL, "illegal instruction", "  signal number   = 4 (SIGILL)"},
+        {SIGSEGV, "invalid memory reference", "  signal number   = 11 (SIGSEGV)"},
+        {SIGSYS, "invalid system call", "  signal number   = 31 (SIGSYS)"},
+        {SIGTRAP, "a breakpoint has reached", "  signal number   = 5 (SIGTRAP)"},
+        {SIGUSR1, "unknown system error", "  signal number   = 10"},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(ReportLine(Facts(c.signo, 1), 0), c.first) << c.signo;
+        EXPECT_EQ(ReportLine(Facts(c.signo, 1), 1), c.signal) << c.signo;
+    }
+}
+
+TEST(FatalSignalReport, ReasonWordsBySignalAndCode) {
+    struct Case {
+        int signo;
+        int code;
+        const char* words;  // what follows "  reason code     = "
+    };
+    const Case cases[] = {
+        {SIGSEGV, 1, "Address not mapped to object (1)"},
+        {SIGSEGV, 2, "Invalid permissions for mapped object (2)"},
+        // Any code but 1 reads as a permission fault, a sent signal too.
+        {SIGSEGV, SI_USER, "Invalid permissions for mapped object (0)"},
+        {SIGBUS, 1, "Invalid address alignment (1)"},
+        {SIGBUS, 2, "Nonexistent physical address (2)"},
+        {SIGBUS, 3, "Object specific hardware error (3)"},
+        {SIGBUS, 4, "Unknown Reason (4)"},
+        {SIGBUS, SI_TKILL, "Unknown Reason (-6)"},
+        {SIGFPE, 1, "Integer divide by zero (1)"},
+        {SIGFPE, 2, "Integer overflow (2)"},
+        {SIGFPE, 3, "Unknown Reason (3)"},  // the table skips 3 on purpose
+        {SIGFPE, 4, "Floating-point overflow (4)"},
+        {SIGFPE, 5, "Floating-point underflow (5)"},
+        {SIGFPE, 6, "Floating-point inexact result (6)"},
+        {SIGFPE, 7, "Invalid floating-point operation (7)"},
+        {SIGFPE, 8, "Subscript out of range (8)"},
+        {SIGFPE, 9, "Unknown Reason (9)"},
+        {SIGILL, 0, "Unknown Reason (0)"},
+        {SIGILL, 1, "Illegal opcode (1)"},
+        {SIGILL, 2, "Illegal operand (2)"},
+        {SIGILL, 3, "Illegal addressing mode (3)"},
+        {SIGILL, 4, "Illegal trap (4)"},
+        {SIGILL, 5, "Privileged opcode (5)"},
+        {SIGILL, 6, "Privileged register (6)"},
+        {SIGILL, 7, "Coprocessor error (7)"},
+        {SIGILL, 8, "Internal stack error (8)"},
+        {SIGILL, 9, "Unknown Reason (9)"},
+        {SIGSYS, 1, " (1)"},  // no words, but the blank before " (" stays
+        {SIGTRAP, 1, "none"},
+        {SIGUSR1, 3, "unknown"},
+    };
+    for (const Case& c : cases)
+        EXPECT_EQ(ReportLine(Facts(c.signo, c.code), 2),
+                  std::string("  reason code     = ") + c.words)
+            << "signal " << c.signo << " code " << c.code;
+}
+
+// ---- declared lists: what may pass --------------------------------------------------------
+
+TEST(GuardDeclared, LetsOutDeclaredClassesAndTheirSubclassesAndReturnsTheResult) {
+    EXPECT_EQ(GuardDeclared<mutexExp>([] { return 42; }), 42);
+    EXPECT_THROW(GuardDeclared<mutexExp>([] { throw mutexExp(stringEx("m"), 4); }), mutexExp);
+    EXPECT_THROW(GuardDeclared<ioExp>([] { throw pipeExp(stringEx("p"), 7); }), pipeExp);
+    EXPECT_THROW((GuardDeclared<mutexExp, semExp>([] { throw semExp(stringEx("s"), 4); })), semExp);
+    EXPECT_THROW(GuardDeclared<std::exception>([] { throw std::runtime_error("r"); }),
+                 std::runtime_error);
+}
+
+// ---- the roads to the end of a process ------------------------------------------------------
+
+struct ChildResult {
+    int status = -1;  // exit status, or -1 when the child was killed
+    int signal = 0;   // the signal that killed it
+    std::string out;
+    pid_t pid = 0;
+};
+
+// Runs the fatal_paths program with `args`. The child gets the default
+// disposition of every signal and an empty mask, as from a shell: the
+// test process itself ignores SIGPIPE (it links the library), and an
+// ignored signal would stay ignored across exec.
+ChildResult RunChild(const std::vector<std::string>& args) {
+    std::string program = ORLO_TEST_PROGRAMS_DIR "/orlo_program_fatal_paths";
+    std::vector<std::string> words = args;
+    std::vector<char*> argv{program.data()};
+    for (auto& w : words)
+        argv.push_back(w.data());
+    argv.push_back(nullptr);
+
+    int out[2];
+    if (pipe2(out, O_CLOEXEC) != 0) throw std::runtime_error("pipe2 failed");
+    ChildResult result;
+    result.pid = fork();
+    if (result.pid < 0) throw std::runtime_error("fork failed");
+    if (result.pid == 0) {
+        for (int signo = 1; signo < NSIG; ++signo)
+            signal(signo, SIG_DFL);
+        sigset_t none;
+        sigemptyset(&none);
+        sigprocmask(SIG_SETMASK, &none, nullptr);
+        dup2(out[1], STDOUT_FILENO);
+        execv(program.c_str(), argv.data());
+        _exit(127);
+    }
+    close(out[1]);
+    char buffer[4096];
+    for (;;) {
+        ssize_t n = read(out[0], buffer, sizeof buffer);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) break;
+        result.out.append(buffer, size_t(n));
+    }
+    close(out[0]);
+    int status = 0;
+    while (waitpid(result.pid, &status, 0) < 0 && errno == EINTR) {
+    }
+    if (WIFEXITED(status)) result.status = WEXITSTATUS(status);
+    if (WIFSIGNALED(status)) result.signal = WTERMSIG(status);
+    return result;
+}
+
+std::string Describe(const std::vector<std::string>& args, const ChildResult& r) {
+    std::string line = "orlo_program_fatal_paths";
+    for (const auto& a : args)
+        line += " " + a;
+    return line + "\n  status " + std::to_string(r.status) + ", signal " +
+           std::to_string(r.signal) + "\n--- output\n" + r.out;
+}
+
+// Literal text for a regular expression.
+std::string Literal(const std::string& text) {
+    static const std::regex special(R"([.^$|()\[\]{}*+?\\])");
+    return std::regex_replace(text, special, R"(\$&)");
+}
+
+struct RoadCase {
+    std::vector<std::string> args;
+    int status;
+    std::string out;  // exact, unless `pattern`
+    bool pattern = false;
+};
+
+void ExpectRoad(const RoadCase& c) {
+    const ChildResult r = RunChild(c.args);
+    if (r.status == 77) GTEST_SKIP() << "not available in this build: " << c.args[0];
+    EXPECT_EQ(r.status, c.status) << Describe(c.args, r);
+    if (c.pattern) {
+        EXPECT_TRUE(std::regex_match(r.out, std::regex(c.out))) << Describe(c.args, r);
+    } else {
+        EXPECT_EQ(r.out, c.out) << Describe(c.args, r);
+    }
+}
+
+const std::string kFatalTag = "Fatal]   (util.errhnd) ";
+// A fatal record is flushed by the write itself, then by the flushing exit.
+const std::string kTwoFlushes = "<flush>\n<flush>\n";
+
+TEST(ProcessHandlers, WithoutALogObjectEachRoadEndsWith255AndNoOutput) {
+    for (const char* mode :
+         {"segv", "terminate", "guard-byexp", "guard-std", "guard-other", "debug-check"}) {
+        ExpectRoad({{mode}, 255, ""});
+    }
+}
+
+TEST(ProcessHandlers, EachRoadWritesOneFatalRecordAndFlushesIt) {
+    const RoadCase cases[] = {
+        {{"terminate", "logged"},
+         255,
+         kFatalTag + "process has been terminated in an unexpected way\n" + kTwoFlushes},
+        {{"guard-byexp", "logged"},
+         255,
+         kFatalTag +
+             "an unexpected exception has occured, process aborted\n@ CDir::ReadFile - read "
+             "what ?\n" +
+             kTwoFlushes},
+        {{"guard-std", "logged"},
+         255,
+         kFatalTag + "an unexpected exception has occured, process aborted\n@ boom\n" +
+             kTwoFlushes},
+        {{"guard-other", "logged"},
+         255,
+         kFatalTag +
+             "an unexpected exception has occured, process aborted\n@ unknown system "
+             "error\n" +
+             kTwoFlushes},
+    };
+    for (const RoadCase& c : cases)
+        ExpectRoad(c);
+}
+
+// operator new ends the process through the new handler: it never throws
+// std::bad_alloc, which a caller might catch and go on with.
+TEST(ProcessHandlers, AFailedOperatorNewEndsTheProcessInsteadOfThrowing) {
+    ExpectRoad({{"new"}, 255, ""});
+    ExpectRoad(
+        {{"new", "logged"}, 255, kFatalTag + "not enough memory, process aborted\n" + kTwoFlushes});
+}
+
+TEST(ProcessHandlers, AFaultIsReportedWithItsSignalReasonAndAddress) {
+    const std::string head = kFatalTag +
+                             "unrecoverable underlaying error ocurred: invalid memory reference\n"
+                             "  signal number   = 11 (SIGSEGV)\n"
+                             "  reason code     = Address not mapped to object (1)\n"
+                             "  pid             = ";
+    const ChildResult r = RunChild({"segv", "logged"});
+    EXPECT_EQ(r.status, 255) << Describe({"segv", "logged"}, r);
+    const std::string expected = Literal(head + std::to_string(r.pid) + "\n") +
+                                 R"(  tid             = \d+\n)" +
+                                 Literal(
+                                     "  error number    = Success (0)\n"
+                                     "  roughly address = 0x10\n") +
+                                 R"(  thread context  = 0x[0-9a-f]+\n)" + Literal(kTwoFlushes);
+    EXPECT_TRUE(std::regex_match(r.out, std::regex(expected))) << Describe({"segv", "logged"}, r);
+}
+
+TEST(ProcessHandlers, AFaultInsideTheReportEndsAtOnce) {
+    // The logger raises SIGBUS while writing the SIGSEGV record: the second
+    // entry must not report again, nor flush.
+    const ChildResult r = RunChild({"segv", "raising"});
+    if (r.status == 77) GTEST_SKIP() << "not available in this build";
+    EXPECT_EQ(r.status, 255) << Describe({"segv", "raising"}, r);
+    EXPECT_EQ(r.out.rfind(kFatalTag + "unrecoverable underlaying error ocurred: ", 0), 0u)
+        << Describe({"segv", "raising"}, r);
+    EXPECT_EQ(r.out.find("\n<flush>"), std::string::npos) << Describe({"segv", "raising"}, r);
+    EXPECT_EQ(r.out.find("(util.errhnd)", kFatalTag.size()), std::string::npos)
+        << Describe({"segv", "raising"}, r);
+}
+
+TEST(ProcessHandlers, AFailedDebugCheckReportsItselfThenEndsThroughTheFlushingExit) {
+    ExpectRoad({{"debug-check", "logged"},
+                255,
+                Literal("Fatal]   (debugger) debug checking failure\n"
+                        "  expression    = \"1 + 1 == 3\"\n"
+                        "  description   = \"arithmetic\"\n"
+                        "  file name     = \"") +
+                    R"([^\n]*tests/programs/fatal_paths\.cpp"\n)" + R"(  line number   = "\d+"\n)" +
+                    R"(  last compiled = "[A-Z][a-z]{2} [ 0-9]\d \d{4} \d\d:\d\d:\d\d"\n)" +
+                    R"(  last modified = "[^\n]+"\n)" + Literal(kTwoFlushes),
+                true});
+    // Minimum level Off: no report, but the flush and the exit all the same.
+    ExpectRoad({{"debug-check", "off"}, 255, "<flush>\n"});
+}
+
+TEST(ProcessHandlers, AWriteToAClosedPipeFailsWithEpipeInsteadOfKilling) {
+    ExpectRoad({{"sigpipe"}, 0, "EPIPE\n"});
+}
+
+}  // namespace
+}  // namespace Orlo
