@@ -1,0 +1,529 @@
+// Tests of the NFA layer, in both instantiations: arc storage and dedupe,
+// the rewiring primitives, fragment deletion and copying, the optimiser's
+// verdicts and the languages it preserves, the search automaton, and the
+// compact layout that matching reads.
+//
+// Automata are built by hand the way the parser builds them. Languages are
+// checked by running the compact form over colour sequences (see
+// engine_support.h): the colour before the text, the text, the colour after.
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "engine_support.h"
+
+namespace {
+
+using namespace re_test;
+using Orlo::REG_OKAY;
+using Orlo::REG_UEMPTYMATCH;
+using Orlo::REG_UIMPOSSIBLE;
+
+template <class CharT>
+class NfaTest : public ::testing::Test {};
+TYPED_TEST_SUITE(NfaTest, CharTypes);
+
+bool HasArc(const state* from, const state* to, int type, color co) {
+    for (const arc* a = from->outs; a; a = a->outchain)
+        if (a->to == to && a->type == type && a->co == co) return true;
+    return false;
+}
+
+bool HasArcTo(const state* from, const state* to) {
+    for (const arc* a = from->outs; a; a = a->outchain)
+        if (a->to == to) return true;
+    return false;
+}
+
+// Runs `body` on a thread with a 256 KiB stack, so that a traversal that
+// recurses once per state fails on a few thousand states instead of the
+// hundreds of thousands the default stack would take.
+void RunWithSmallStack(const std::function<void()>& body) {
+    pthread_attr_t attr;
+    pthread_attr_init(&attr);
+    pthread_attr_setstacksize(&attr, 256 * 1024);
+    pthread_t thread;
+    auto run = [](void* arg) -> void* {
+        (*static_cast<const std::function<void()>*>(arg))();
+        return nullptr;
+    };
+    ASSERT_EQ(pthread_create(&thread, &attr, run, const_cast<std::function<void()>*>(&body)), 0);
+    pthread_join(thread, nullptr);
+    pthread_attr_destroy(&attr);
+}
+
+// Structural tests label EMPTY arcs with made-up colours: such arcs belong
+// to no colour chain, so the colours need not exist.
+constexpr int kLabel = EMPTY;
+
+// ---- arcs ------------------------------------------------------------------
+
+// Ten arcs live in the state; more come in batches of ten; freed arcs are
+// reused before anything new is taken.
+TYPED_TEST(NfaTest, ArcsComeFromTheStateThenBatchesThenTheFreeList) {
+    Compilation<TypeParam> c;
+    state* from = newstate(c.nfa);
+    std::vector<state*> targets;
+    for (int i = 0; i < 25; ++i) {
+        targets.push_back(newstate(c.nfa));
+        newarc(c.nfa, PLAIN, WHITE, from, targets.back());
+    }
+    EXPECT_EQ(from->nouts, 25);
+    EXPECT_EQ(from->noas, ABSIZE);
+    int batches = 0;
+    for (const arcbatch* b = from->oas.next; b; b = b->next)
+        ++batches;
+    EXPECT_EQ(batches, 2);
+    EXPECT_EQ(from->oas.a[0].to, targets[0]) << "the first arc is the state's own";
+
+    std::set<arc*> freed;
+    for (int i = 0; i < 5; ++i) {
+        arc* a = from->outs;
+        freed.insert(a);
+        freearc(c.nfa, a);
+    }
+    EXPECT_EQ(from->nouts, 20);
+    for (int i = 0; i < 5; ++i) {
+        newarc(c.nfa, PLAIN, WHITE, from, newstate(c.nfa));
+        EXPECT_EQ(freed.count(from->outs), 1u) << "arc " << i << " not recycled";
+    }
+}
+
+// ---- fragments -------------------------------------------------------------
+
+TYPED_TEST(NfaTest, DelsubRemovesEverythingBetweenItsEnds) {
+    Compilation<TypeParam> c;
+    state* lp = newstate(c.nfa);
+    state* rp = newstate(c.nfa);
+    state* s1 = c.Then(lp, kLabel, 1);
+    state* s2 = c.Then(s1, kLabel, 2);
+    newarc(c.nfa, kLabel, 3, s2, rp);
+    newarc(c.nfa, kLabel, 4, s2, s1);  // a loop back
+    newarc(c.nfa, kLabel, 5, s1, rp);
+    newarc(c.nfa, kLabel, 6, s2, s2);
+    state* beyond = c.Then(rp, kLabel, 7);
+
+    delsub(c.nfa, lp, rp);
+    EXPECT_EQ(lp->nouts, 0);
+    EXPECT_EQ(rp->nins, 0);
+    EXPECT_EQ(s1->no, FREESTATE);
+    EXPECT_EQ(s2->no, FREESTATE);
+    EXPECT_NE(lp->no, FREESTATE);
+    EXPECT_TRUE(HasArc(rp, beyond, kLabel, 7)) << "what lies past rp stays";
+    for (const state* s : States(c.nfa))
+        EXPECT_EQ(s->tmp, nullptr);
+}
+
+// Former fault class: traversals that recurse once per state overflow the
+// stack on automata such as (a{255}){255}.
+TYPED_TEST(NfaTest, LongChainsNeedNoDeepStack) {
+    static constexpr int kLength = 10000;
+    RunWithSmallStack([] {
+        Compilation<TypeParam> c;
+        state* lp = newstate(c.nfa);
+        state* s = lp;
+        for (int i = 0; i < kLength; ++i)
+            s = c.Then(s, PLAIN, WHITE);
+        state* rp = s;
+
+        state* from = newstate(c.nfa);
+        state* to = newstate(c.nfa);
+        dupnfa(c.nfa, lp, rp, from, to);
+        int steps = 0;
+        for (const state* t = from; t != to && t->nouts == 1; t = t->outs->to)
+            ++steps;
+        EXPECT_EQ(steps, kLength);
+
+        delsub(c.nfa, lp, rp);
+        EXPECT_EQ(lp->nouts, 0);
+        EXPECT_EQ(rp->nins, 0);
+
+        // The copy, hung between init and final behind a run of empties.
+        newarc(c.nfa, EMPTY, 0, c.nfa->init, from);
+        state* e = to;
+        for (int i = 0; i < kLength; ++i)
+            e = c.Then(e, EMPTY, 0);
+        newarc(c.nfa, EMPTY, 0, e, c.nfa->final);
+        specialcolors(c.nfa);
+        EXPECT_EQ(optimize(c.nfa, nullptr), 0);
+        EXPECT_EQ(c.v.err, REG_OKAY);
+        EXPECT_EQ(c.nfa->nstates, kLength + 3) << "pre, post, the chain and its end";
+    });
+}
+
+// ---- optimisation ----------------------------------------------------------
+struct Text {
+    std::u32string text;
+    bool match;
+    bool notbol = false;
+    bool noteol = false;
+    char32_t before = 0;  // a character before the text instead of its start
+    char32_t after = 0;   // a character after the text instead of its end
+};
+
+template <class CharT>
+struct OptimizeCase {
+    const char* why;
+    std::function<void(Compilation<CharT>&, state* init, state* final)> build;
+    long verdict;
+    std::vector<Text> texts;
+};
+
+template <class CharT>
+std::vector<color> Colours(const Compilation<CharT>& c, const Text& t) {
+    std::vector<color> colours = Feed(c, t.text, t.notbol, t.noteol);
+    if (t.before) colours.front() = c.Colour(t.before);
+    if (t.after) colours.back() = c.Colour(t.after);
+    return colours;
+}
+
+template <class CharT>
+std::vector<OptimizeCase<CharT>> OptimizeCases() {
+    using C = Compilation<CharT>;
+    return {
+        {"a single character",
+         [](C& c, state* init, state* final) { c.Char('a', init, final); },
+         0,
+         {{U"a", true}, {U"", false}, {U"b", false}, {U"aa", false}}},
+        {"a star matches empty",
+         [](C& c, state* init, state* final) {
+             state* s = c.Then(init, EMPTY, 0);
+             c.Char('a', s, s);
+             newarc(c.nfa, EMPTY, 0, s, final);
+         },
+         REG_UEMPTYMATCH,
+         {{U"", true}, {U"aaa", true}, {U"ab", false}}},
+        {"nothing reaches final",
+         [](C& c, state* init, state*) { c.ThenChar(init, 'a'); },
+         REG_UIMPOSSIBLE,
+         {{U"a", false}}},
+        {"a^b can never match",
+         [](C& c, state* init, state* final) {
+             state* s = c.Then(c.ThenChar(init, 'a'), '^', 1);
+             c.Char('b', s, final);
+         },
+         REG_UIMPOSSIBLE,
+         {{U"ab", false}}},
+        {"^a needs a real string start",
+         [](C& c, state* init, state* final) { c.Char('a', c.Then(init, '^', 1), final); },
+         0,
+         {{U"a", true}, {U"a", false, true}, {U"a", false, false, false, 'x'}}},
+        {"a$ needs a real string end",
+         [](C& c, state* init, state* final) {
+             newarc(c.nfa, '$', 1, c.ThenChar(init, 'a'), final);
+         },
+         0,
+         {{U"a", true},
+          {U"a", false, false, true},
+          {U"ab", false},
+          {U"a", false, false, false, 0, 'b'}}},
+        // Pulling ^ back from a state that other arcs also enter must keep
+        // those arcs' paths.
+        {"(^|x)y",
+         [](C& c, state* init, state* final) {
+             state* m = c.Then(init, '^', 1);
+             c.Char('x', init, m);
+             c.Char('y', m, final);
+         },
+         0,
+         {{U"y", true}, {U"xy", true}, {U"y", false, true}, {U"xy", true, true}, {U"x", false}}},
+        {"x($|y)",
+         [](C& c, state* init, state* final) {
+             state* m = c.ThenChar(init, 'x');
+             newarc(c.nfa, '$', 1, m, final);
+             c.Char('y', m, final);
+         },
+         0,
+         {{U"x", true}, {U"xy", true}, {U"x", false, false, true}, {U"xyy", false}}},
+        {"x, then the previous character is y: never",
+         [](C& c, state* init, state* final) {
+             c.Char('y', newstate(c.nfa), newstate(c.nfa));
+             state* s = c.ThenChar(init, 'x');
+             c.Char('a', c.Then(s, BEHIND, c.Colour('y')), final);
+         },
+         REG_UIMPOSSIBLE,
+         {}},
+        {"a look-behind at the start reaches the character before the text",
+         [](C& c, state* init, state* final) {
+             c.Char('x', newstate(c.nfa), newstate(c.nfa));
+             c.Char('a', c.Then(init, BEHIND, c.Colour('x')), final);
+         },
+         0,
+         {{U"a", true, false, false, 'x'}, {U"a", false}, {U"a", false, false, false, 'y'}}},
+        {"a, then the next character is c, then b: never",
+         [](C& c, state* init, state* final) {
+             c.Char('c', newstate(c.nfa), newstate(c.nfa));
+             state* s = c.ThenChar(init, 'a');
+             c.Char('b', c.Then(s, AHEAD, c.Colour('c')), final);
+         },
+         REG_UIMPOSSIBLE,
+         {}},
+        {"a look-ahead at the end reaches the character after the text",
+         [](C& c, state* init, state* final) {
+             c.Char('y', newstate(c.nfa), newstate(c.nfa));
+             newarc(c.nfa, AHEAD, c.Colour('y'), c.ThenChar(init, 'a'), final);
+         },
+         0,
+         {{U"a", true, false, false, 0, 'y'}, {U"a", false}, {U"a", false, false, false, 0, 'z'}}},
+        {"a constraint on a loop",
+         [](C& c, state* init, state* final) {
+             state* s = c.Then(init, EMPTY, 0);
+             c.Char('a', s, s);
+             state* t = c.Then(s, '^', 1);
+             c.Char('b', t, final);
+         },
+         0,
+         {{U"b", true}, {U"ab", false}, {U"b", false, true}}},
+    };
+}
+
+TYPED_TEST(NfaTest, OptimizeVerdictsAndLanguages) {
+    for (const OptimizeCase<TypeParam>& row : OptimizeCases<TypeParam>()) {
+        SCOPED_TRACE(row.why);
+        Compilation<TypeParam> c;
+        row.build(c, c.nfa->init, c.nfa->final);
+        specialcolors(c.nfa);
+        EXPECT_EQ(optimize(c.nfa, nullptr), row.verdict);
+        ASSERT_EQ(c.v.err, REG_OKAY);
+        if (row.verdict == REG_UIMPOSSIBLE) {
+            EXPECT_EQ(c.nfa->pre->nouts, 0);
+        }
+        cnfa cn{};
+        compact(c.nfa, &cn);
+        ASSERT_EQ(c.v.err, REG_OKAY);
+        for (const Text& t : row.texts)
+            EXPECT_EQ(Accepts(cn, Colours(c, t)), t.match)
+                << "text \"" << std::string(t.text.begin(), t.text.end()) << "\" notbol "
+                << t.notbol << " noteol " << t.noteol << "\n"
+                << Dump(cn);
+        freecnfa(&cn);
+    }
+}
+
+// The end fixempties works on: by default the source, whose in-arcs are
+// copied to the target; the target (its out-arcs copied back) when the
+// source has more out-arcs than the target in-arcs, or, at a tie, more
+// in-arcs than the target out-arcs. A side left with no arcs goes.
+struct EndCase {
+    const char* why;
+    int ins_a, outs_a, ins_b, outs_b;  // counts besides the empty arc
+    bool works_on_source;
+    bool frees;
+};
+
+const EndCase kEndCases[] = {
+    {"all equal: the source, which then has nothing left", 1, 0, 0, 1, true, true},
+    {"tie, but the source has more in-arcs", 2, 0, 0, 1, false, true},
+    {"the source has more out-arcs", 1, 1, 0, 1, false, true},
+    {"the target has more in-arcs", 1, 0, 1, 1, true, true},
+    {"tie, both keep arcs: copy into the target", 1, 1, 1, 1, true, false},
+    {"tie, more in-arcs, both keep arcs: copy out of the target", 2, 1, 1, 1, false, false},
+};
+
+TYPED_TEST(NfaTest, FixemptiesWorksOnTheCheaperEnd) {
+    for (const EndCase& row : kEndCases) {
+        SCOPED_TRACE(row.why);
+        Compilation<TypeParam> c;
+        state* a = newstate(c.nfa);
+        state* b = newstate(c.nfa);
+        newarc(c.nfa, EMPTY, 0, a, b);
+        std::vector<state*> preds, succs;
+        for (int i = 0; i < row.ins_a; ++i) {
+            preds.push_back(newstate(c.nfa));
+            newarc(c.nfa, PLAIN, WHITE, preds.back(), a);
+        }
+        for (int i = 0; i < row.outs_a; ++i)
+            c.Then(a, PLAIN, WHITE);
+        for (int i = 0; i < row.ins_b; ++i)
+            newarc(c.nfa, PLAIN, WHITE, newstate(c.nfa), b);
+        for (int i = 0; i < row.outs_b; ++i)
+            succs.push_back(c.Then(b, PLAIN, WHITE));
+
+        fixempties(c.nfa);
+        const state* worked = row.works_on_source ? a : b;
+        const state* kept = row.works_on_source ? b : a;
+        EXPECT_EQ(worked->no == FREESTATE, row.frees);
+        EXPECT_NE(kept->no, FREESTATE);
+        for (state* p : preds)
+            for (state* q : succs)
+                EXPECT_TRUE(HasArcTo(p, kept) && HasArcTo(kept, q));
+        for (const state* s : States(c.nfa))
+            for (const arc* x = s->outs; x; x = x->outchain)
+                EXPECT_NE(x->type, EMPTY);
+    }
+}
+
+// ---- the search automaton --------------------------------------------------
+template <class CharT>
+void BuildStarThenChar(Compilation<CharT>& c) {  // x*y
+    state* s = c.Then(c.nfa->init, EMPTY, 0);
+    c.Char('x', s, s);
+    c.Char('y', s, c.nfa->final);
+    specialcolors(c.nfa);
+    ASSERT_EQ(optimize(c.nfa, nullptr), 0);
+}
+
+// Unless every way out of pre is a string start, a match may begin
+// anywhere: pre loops on every colour and both starts.
+TYPED_TEST(NfaTest, OnlyAnUnanchoredSearchLoopsOnPre) {
+    Compilation<TypeParam> c;
+    BuildStarThenChar(c);
+    makesearch(&c.v, c.nfa);
+    state* pre = c.nfa->pre;
+    for (color co : {WHITE, c.Colour('x'), c.Colour('y'), c.nfa->bos[0], c.nfa->bos[1]})
+        EXPECT_TRUE(HasArc(pre, pre, PLAIN, co)) << co;
+    EXPECT_FALSE(HasArc(pre, pre, PLAIN, c.nfa->eos[1]));
+
+    Compilation<TypeParam> anchored;
+    anchored.Char('a', anchored.Then(anchored.nfa->init, '^', 1), anchored.nfa->final);
+    specialcolors(anchored.nfa);
+    ASSERT_EQ(optimize(anchored.nfa, nullptr), 0);
+    makesearch(&anchored.v, anchored.nfa);
+    EXPECT_FALSE(HasArcTo(anchored.nfa->pre, anchored.nfa->pre));
+}
+
+// After makesearch, a successor of pre is entered from pre only, so being
+// in one means no progress yet; the language is unchanged.
+TYPED_TEST(NfaTest, SearchSplitsSuccessorsOfPreThatProgressCanReach) {
+    Compilation<TypeParam> c;
+    BuildStarThenChar(c);
+    const size_t before = States(c.nfa).size();
+    makesearch(&c.v, c.nfa);
+    EXPECT_GT(States(c.nfa).size(), before);
+    for (const arc* a = c.nfa->pre->outs; a; a = a->outchain)
+        for (const arc* in = a->to->ins; in; in = in->inchain)
+            EXPECT_EQ(in->from, c.nfa->pre);
+
+    cnfa cn{};
+    compact(c.nfa, &cn);
+    ASSERT_EQ(c.v.err, REG_OKAY);
+    for (const Text& t : std::vector<Text>{
+             {U"xxy", true}, {U"zzxy", true}, {U"y", true}, {U"xyz", false}, {U"xx", false}})
+        EXPECT_EQ(Accepts(cn, Colours(c, t)), t.match)
+            << std::string(t.text.begin(), t.text.end()) << "\n"
+            << Dump(cn);
+    freecnfa(&cn);
+}
+
+// ---- compact form ----------------------------------------------------------
+TYPED_TEST(NfaTest, CompactLayout) {
+    Compilation<TypeParam> c;
+    state* init = c.nfa->init;
+    state* m = newstate(c.nfa);
+    state* n = newstate(c.nfa);
+    c.Char('c', init, m);  // colours in the order c, a, b, x, y
+    c.Char('a', init, m);
+    c.Char('b', init, m);
+    newarc(c.nfa, LACON, 2, m, n);
+    c.Char('x', n, c.nfa->final);
+    c.Char('y', n, c.nfa->final);
+    specialcolors(c.nfa);
+    ASSERT_EQ(optimize(c.nfa, nullptr), 0);
+    cnfa cn{};
+    compact(c.nfa, &cn);
+    ASSERT_EQ(c.v.err, REG_OKAY);
+    SCOPED_TRACE(Dump(cn));
+
+    EXPECT_EQ(cn.nstates, c.nfa->nstates);
+    EXPECT_EQ(cn.ncolors, int(c.cm->max) + 1);
+    EXPECT_EQ(cn.flags, HASLACONS);
+    EXPECT_EQ(cn.pre, c.nfa->pre->no);
+    EXPECT_EQ(cn.post, c.nfa->post->no);
+    EXPECT_EQ(cn.bos[1], c.nfa->bos[1]);
+    EXPECT_EQ(cn.eos[0], c.nfa->eos[0]);
+    for (const state* s : States(c.nfa)) {
+        const carc* list = cn.states[s->no];
+        const bool no_progress = s == c.nfa->pre || s == init;
+        EXPECT_EQ(list[0].co, no_progress ? 1 : 0) << "header of " << s->no;
+        int count = 0;
+        while (list[1 + count].co != COLORLESS)
+            ++count;
+        EXPECT_EQ(count, s->nouts) << s->no;
+        EXPECT_EQ(list[1 + count].to, 0);
+        if (count <= 2) continue;
+        for (int i = 2; i <= count; ++i)
+            EXPECT_TRUE(list[i - 1].co < list[i].co ||
+                        (list[i - 1].co == list[i].co && list[i - 1].to <= list[i].to))
+                << "state " << s->no << " unsorted at " << i;
+    }
+    const carc* at_m = cn.states[m->no];
+    EXPECT_EQ(at_m[1].co, cn.ncolors + 2) << "a look-ahead arc sits above the colours";
+    EXPECT_EQ(at_m[1].to, n->no);
+    const carc* at_init = cn.states[init->no];
+    EXPECT_EQ(at_init[1].co, c.Colour('c'));
+    EXPECT_EQ(at_init[3].co, c.Colour('b'));
+    // Two arcs stay in chain order, the newest first.
+    const carc* at_n = cn.states[n->no];
+    EXPECT_EQ(at_n[1].co, c.Colour('y'));
+    EXPECT_EQ(at_n[2].co, c.Colour('x'));
+    freecnfa(&cn);
+    EXPECT_EQ(cn.nstates, 0);
+}
+
+// ---- tree nodes ------------------------------------------------------------
+// a b* c, as a concatenation node over two leaves that meet at the state
+// with the loop: the left leaf stops there, the right one starts there.
+TYPED_TEST(NfaTest, NfatreeBuildsEveryNodeChildrenFirst) {
+    Compilation<TypeParam> c;
+    state* m = c.ThenChar(c.nfa->init, 'a');
+    c.Char('b', m, m);
+    c.Char('c', m, c.nfa->final);
+    specialcolors(c.nfa);
+
+    subre left{}, right{}, root{};
+    left.op = right.op = '=';
+    left.begin = root.begin = c.nfa->init;
+    left.end = right.begin = m;
+    right.end = root.end = c.nfa->final;
+    root.op = '.';
+    root.left = &left;
+    root.right = &right;
+    root.retry = 1;
+    left.retry = 2;
+
+    char* text = nullptr;
+    size_t size = 0;
+    FILE* trace = open_memstream(&text, &size);
+    ASSERT_NE(trace, nullptr);
+    EXPECT_EQ(nfatree(&c.v, &root, trace), 0);
+    fclose(trace);
+    ASSERT_EQ(c.v.err, REG_OKAY);
+
+    const std::string log = text;
+    free(text);
+    const std::string stages = "\ninitial cleanup:\n\nempties:\n\nconstraints:\n\nfinal cleanup:\n";
+    char pointer[32];
+    snprintf(pointer, sizeof pointer, "%p", static_cast<void*>(&right));
+    const auto heading = [](const std::string& id) {
+        return "\n\n\n========= TREE NODE " + id + " ==========\n";
+    };
+    EXPECT_EQ(log, heading("2") + stages + heading(pointer) + stages + heading("1") + stages);
+
+    const struct {
+        const subre* node;
+        std::vector<Text> texts;
+    } expectations[] = {
+        {&left, {{U"a", true}, {U"ab", false}}},
+        {&right, {{U"c", true}, {U"bbc", true}, {U"abc", false}}},
+        {&root, {{U"ac", true}, {U"abbc", true}, {U"a", false}}},
+    };
+    for (const auto& e : expectations) {
+        ASSERT_GT(e.node->cnfa.nstates, 0);
+        for (const Text& t : e.texts)
+            EXPECT_EQ(Accepts(e.node->cnfa, Colours(c, t)), t.match)
+                << std::string(t.text.begin(), t.text.end()) << "\n"
+                << Dump(e.node->cnfa);
+    }
+    EXPECT_EQ(m->nouts, 2) << "the main NFA is left as it was";
+    for (subre* t : {&left, &right, &root})
+        freecnfa(&t->cnfa);
+}
+
+}  // namespace
