@@ -91,11 +91,54 @@ run_case caseblind-pipe \
     perl "cat '$LOG' | perl -pe 's/error/FAILURE/gi'" \
     sd "cat '$LOG' | sd -f i error FAILURE"
 
+# ---- files ------------------------------------------------------------------
+# In-place rewrite of the whole log with a same-length replacement, so that
+# every run rewrites the file; each tool works on its own copy, restored
+# before every run by hyperfine's --prepare.
+WORK=$DATA/work
+rm -rf "$WORK"
+mkdir -p "$WORK"
+for tool in mendo sd sed; do cp "$LOG" "$WORK/$tool.log"; done
+echo "== inplace-file"
+for tool in mendo sd sed; do cp "$LOG" "$WORK/check-$tool.log"; done
+"$MENDO" "$WORK/check-mendo.log" -f:ERROR -t:WARNING >/dev/null
+sd -s ERROR WARNING "$WORK/check-sd.log"
+sed -i 's/ERROR/WARNING/g' "$WORK/check-sed.log"
+cmp -s "$WORK/check-mendo.log" "$WORK/check-sd.log" && cmp -s "$WORK/check-mendo.log" "$WORK/check-sed.log" \
+    || { echo "bench: WRONG OUTPUT in the in-place case" >&2; exit 1; }
+rm -f "$WORK"/check-*.log
+hyperfine --style basic --warmup 1 --runs "$RUNS" \
+    --export-json "$RESULTS/inplace-file.json" \
+    --command-name mendo "'$MENDO' '$WORK/mendo.log' -f:ERROR -t:ERROR" \
+    --command-name sd "sd -s ERROR ERROR '$WORK/sd.log'" \
+    --command-name sed "sed -i 's/ERROR/ERROR/g' '$WORK/sed.log'" >/dev/null
+
+# 20,000 small files in 200 folders, one match each, walked with -s.
+TREE=$DATA/tree
+if [ ! -d "$TREE" ]; then
+    python3 - "$TREE" <<'PY'
+import os, sys
+root = sys.argv[1]
+for d in range(200):
+    folder = os.path.join(root, "d%03d" % d)
+    os.makedirs(folder)
+    for f in range(100):
+        with open(os.path.join(folder, "f%03d.txt" % f), "w") as out:
+            out.write("line one\nan ERROR here\nline three\n" * 1)
+PY
+fi
+echo "== small-files"
+hyperfine --style basic --warmup 1 --runs "$RUNS" \
+    --export-json "$RESULTS/small-files.json" \
+    --command-name mendo "cd '$TREE' && '$MENDO' '*.txt' -s -f:ERROR -t:ERROR" \
+    --command-name sd "find '$TREE' -name '*.txt' -print0 | xargs -0 sd -s ERROR ERROR" \
+    --command-name sed "find '$TREE' -name '*.txt' -print0 | xargs -0 sed -i 's/ERROR/ERROR/g'" >/dev/null
+
 python3 - "$RESULTS" <<'EOF'
 import json, os, sys
 results = sys.argv[1]
 lines = ["| case | tool | median (s) | ratio to fastest anchor |", "|---|---|---|---|"]
-for case in ("plain-pipe", "caseblind-pipe"):
+for case in ("plain-pipe", "caseblind-pipe", "inplace-file", "small-files"):
     with open(os.path.join(results, case + ".json")) as f:
         data = json.load(f)["results"]
     medians = {r["command"]: r["median"] for r in data}

@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "cmdline.h"
+#include "orlo/dir.h"
 #include "orlo/exceptions.h"
 #include "orlo/exp_message.h"
 #include "orlo/regex.h"
@@ -141,6 +142,9 @@ struct Workspace {
     regex_handle regex;
 };
 
+// What becomes of the run after one input.
+enum class Next { kGoOn, kStop };
+
 // Replaces every match in ws.content by the request's mode and strategy and
 // returns the count. The expand strategy leaves the result in ws.content by
 // swapping the two buffers, which copies no byte.
@@ -196,6 +200,81 @@ void PrintTotal(uint32_t total) {
     WriteStdout(line.view());
 }
 
+void PrintFileCount(uint32_t count, const stringEx& file) {
+    stringEx line("\n## ");
+    line.AppendUInt(count, 10);
+    line.append(" replacements in file: ");
+    line.append(file);
+    line.append("\n");
+    WriteStdout(line.view());
+}
+
+void PrintError(const char* what, const stringEx& file) {
+    stringEx line(what);
+    line.append(file);
+    line.append("\n");
+    WriteStderr(line.view());
+}
+
+// Full paths of the files the free words name, in enumeration order; a file
+// named by two patterns stands twice.
+PathList FindFiles(const CCmdLine& cmd, const Request& req) {
+    CDir base;
+    base.Open(stringEx::view("."));
+    PathList files;
+    const uint32_t freeWords = uint32_t(cmd.args.size()) - cmd.switchCount - cmd.skip;
+    for (uint32_t i = 0; i < freeWords; ++i) {
+        stringEx pattern(cmd.GetFreeArg(i));
+        base.GetAllFiles(files, pattern, req.recurse, true, !req.errStop);
+    }
+    return files;
+}
+
+// One file: read it whole, replace, and write it back only when something
+// changed, so that a file without a match keeps its bytes and time stamps.
+// Read and write failures are reported here; -errstop ends the run on them.
+Next ProcessFile(const Request& req, Workspace& ws, const stringEx& file, uint32_t& total) {
+    ws.content.clear();
+    try {
+        CDir::ReadFile(file, ws.content);
+    } catch (...) {
+        PrintError("[ERROR] failed reading file: ", file);
+        return req.errStop ? Next::kStop : Next::kGoOn;
+    }
+    if (ws.content.empty()) return Next::kGoOn;
+
+    const uint32_t count = ReplaceInput(req, ws);
+    if (req.toStdout) {
+        WriteStdout(ws.content.view());
+        total += count;
+        return Next::kGoOn;
+    }
+    if (count != 0) {
+        try {
+            CDir::WriteFile(file, ws.content, false, false);
+        } catch (const byExp& e) {
+            PrintError("[ERROR] can't write to file: ", file);
+            stringEx detail("  ");
+            detail.append(e.message);
+            detail.append("\n");
+            WriteStderr(detail.view());
+            return req.errStop ? Next::kStop : Next::kGoOn;
+        }
+        if (req.fileCounts) PrintFileCount(count, file);
+    }
+    total += count;
+    return Next::kGoOn;
+}
+
+// Standard input to standard output: one input, always printed.
+void ProcessStdin(const Request& req, Workspace& ws, uint32_t& total) {
+    ws.content.clear();
+    ReadStandardInput(ws.content);
+    if (ws.content.empty()) return;
+    total += ReplaceInput(req, ws);
+    WriteStdout(ws.content.view());
+}
+
 int Run(int argc, char** argv) {
     CCmdLine cmd(stringEx::view("-"), stringEx::view(":="), 1);
     cmd.Init(argc, argv);
@@ -205,12 +284,13 @@ int Run(int argc, char** argv) {
         return 0;
     }
 
+    PathList files;
     if (!req.useStdio) {
-        // The file road (enumeration, whole-file read and guarded write) is
-        // not part of this build yet.
-        throw dirExp(ExpMessage("CDir::GetAllFiles - file patterns are not supported yet, "
-                                "use standard input"),
-                     DirCode::EnumFiles);
+        files = FindFiles(cmd, req);
+        if (files.empty()) {
+            WriteStderr("[FATAL ERROR] can't find the file(s)!\n");
+            return -1;
+        }
     }
 
     Workspace ws;
@@ -221,12 +301,11 @@ int Run(int argc, char** argv) {
     }
 
     uint32_t total = 0;
-    ws.content.clear();
-    ReadStandardInput(ws.content);
-    if (!ws.content.empty()) {
-        uint32_t count = ReplaceInput(req, ws);
-        WriteStdout(ws.content.view());
-        total += count;
+    if (req.useStdio) {
+        ProcessStdin(req, ws, total);
+    } else {
+        for (const stringEx& file : files)
+            if (ProcessFile(req, ws, file, total) == Next::kStop) return -1;
     }
 
     if (req.totalCount && total != 0) PrintTotal(total);

@@ -1,0 +1,259 @@
+// mendo on real files: a small tree in a fresh temporary directory, the
+// real binary run there, and every file's bytes (and the untouched files'
+// time stamps) compared afterwards, with the exact lines printed.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <map>
+#include <sstream>
+
+#include "cli/run_mendo.h"
+
+namespace {
+
+using mendo_test::CommandLine;
+using mendo_test::Printable;
+using mendo_test::RunMendo;
+using mendo_test::RunResult;
+using Args = std::vector<std::string>;
+using Tree = std::map<std::string, std::string>;  // relative path -> bytes
+
+class MendoFiles : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        char name[] = "/tmp/mendo-files-XXXXXX";
+        ASSERT_NE(mkdtemp(name), nullptr);
+        root_ = name;
+    }
+    void TearDown() override { std::system(("rm -rf '" + root_ + "'").c_str()); }
+
+    std::string Path(const std::string& relative) const { return root_ + "/" + relative; }
+
+    void Write(const std::string& relative, const std::string& bytes) {
+        std::string path = Path(relative);
+        for (size_t slash = path.find('/', root_.size() + 1); slash != std::string::npos;
+             slash = path.find('/', slash + 1))
+            mkdir(path.substr(0, slash).c_str(), 0755);
+        std::ofstream(path, std::ios::binary) << bytes;
+        // Old time stamps, so that a rewrite shows even within one second.
+        struct timespec old[2] = {{1000000000, 0}, {1000000000, 0}};
+        utimensat(AT_FDCWD, path.c_str(), old, 0);
+    }
+    void Build(const Tree& tree) {
+        for (const auto& [path, bytes] : tree)
+            Write(path, bytes);
+    }
+
+    std::string Read(const std::string& relative) const {
+        std::ifstream in(Path(relative), std::ios::binary);
+        std::stringstream text;
+        text << in.rdbuf();
+        return text.str();
+    }
+    time_t ModifiedAt(const std::string& relative) const {
+        struct stat info {};
+        stat(Path(relative).c_str(), &info);
+        return info.st_mtime;
+    }
+
+    RunResult Run(const Args& args) const { return RunMendo(args, "", root_); }
+
+    // Every file of `expected` holds exactly its bytes; those whose bytes are
+    // those of `before` were not rewritten at all.
+    void ExpectTree(const Tree& before, const Tree& expected, const Args& args) const {
+        for (const auto& [path, bytes] : expected) {
+            EXPECT_EQ(Read(path), bytes) << path << " after " << CommandLine(args);
+            auto old = before.find(path);
+            if (old != before.end() && old->second == bytes) {
+                EXPECT_EQ(ModifiedAt(path), 1000000000) << path << " was rewritten";
+            }
+        }
+    }
+
+    std::string root_;
+};
+
+const Tree kTree = {
+    {"a.txt", "teh cat\nteh dog\n"}, {"b.txt", "nothing here\n"},     {"c.log", "teh log\n"},
+    {"sub/d.txt", "teh sub\n"},      {".hidden.txt", "teh hidden\n"},
+};
+
+TEST_F(MendoFiles, RewritesOnlyTheFilesWithAMatch) {
+    Build(kTree);
+    const Args args = {"*.txt", "-f:teh", "-t:the"};
+    auto r = Run(args);
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.out, "");
+    EXPECT_EQ(r.err, "");
+    ExpectTree(kTree,
+               {{"a.txt", "the cat\nthe dog\n"},
+                {"b.txt", "nothing here\n"},
+                {"c.log", "teh log\n"},
+                {"sub/d.txt", "teh sub\n"},
+                {".hidden.txt", "the hidden\n"}},
+               args);
+}
+
+TEST_F(MendoFiles, SubFoldersWithS) {
+    Build(kTree);
+    const Args args = {"*.txt", "-fic:TEH", "-t:the", "-s", "-frc", "-trc"};
+    auto r = Run(args);
+    EXPECT_EQ(r.status, 0);
+    ExpectTree(kTree, {{"a.txt", "the cat\nthe dog\n"}, {"sub/d.txt", "the sub\n"}}, args);
+    // One count line per rewritten file, in enumeration order, then the total.
+    for (const char* line :
+         {"\n## 2 replacements in file: /a.txt\n", "\n## 1 replacements in file: /sub/d.txt\n",
+          "\n## 1 replacements in file: /.hidden.txt\n"}) {
+        std::string expected = line;
+        expected.insert(expected.find(": ") + 2, root_);
+        EXPECT_NE(r.out.find(expected), std::string::npos) << Printable(r.out);
+    }
+    EXPECT_EQ(r.out.substr(r.out.size() - 28), "\n## total replaced 4 matchs\n");
+}
+
+TEST_F(MendoFiles, PatternsWithADirectoryPartAndTwoPatternsForOneFile) {
+    Build(kTree);
+    const Args args = {"sub/*.txt", "sub/d.txt", "-f:teh", "-t:teh teh"};
+    auto r = Run(args);
+    EXPECT_EQ(r.status, 0);
+    // Named twice: processed twice, the second time on the first result.
+    ExpectTree(kTree, {{"sub/d.txt", "teh teh teh teh sub\n"}, {"a.txt", kTree.at("a.txt")}}, args);
+}
+
+TEST_F(MendoFiles, StdoutPrintsEveryFileAndRewritesNone) {
+    Build({{"a.txt", "teh\n"}, {"b.txt", "x\n"}});
+    const Args args = {"a.txt", "b.txt", "-f:teh", "-t:the", "-stdout", "-frc", "-trc"};
+    auto r = Run(args);
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.out, "the\nx\n\n## total replaced 1 matchs\n");
+    ExpectTree({{"a.txt", "teh\n"}, {"b.txt", "x\n"}}, {{"a.txt", "teh\n"}, {"b.txt", "x\n"}},
+               args);
+}
+
+TEST_F(MendoFiles, EmptyFilesAreSkippedInEveryMode) {
+    Build({{"empty.txt", ""}});
+    for (const char* extra : {"-exp", "-noexp", "-stdout"}) {
+        auto r = Run({"empty.txt", "-f:a", "-t:b", "-trc", extra});
+        EXPECT_EQ(r.status, 0);
+        EXPECT_EQ(r.out, "") << extra;
+        EXPECT_EQ(r.err, "") << extra;
+    }
+}
+
+TEST_F(MendoFiles, NoFileForThePatterns) {
+    Build(kTree);
+    for (const Args& args : {Args{"*.none", "-f:a", "-t:b"}, Args{"*.TXT", "-f:a", "-t:b"}}) {
+        auto r = Run(args);
+        EXPECT_EQ(r.status, 255) << CommandLine(args);
+        EXPECT_EQ(r.err, "[FATAL ERROR] can't find the file(s)!\n");
+        EXPECT_EQ(r.out, "");
+    }
+}
+
+TEST_F(MendoFiles, StdioIgnoresThePatterns) {
+    Build(kTree);
+    auto r = RunMendo({"*.txt", "-stdio", "-f:teh", "-t:the"}, "teh", root_);
+    EXPECT_EQ(r.out, "the\xFF");
+    ExpectTree(kTree, kTree, {"-stdio"});
+}
+
+TEST_F(MendoFiles, AMissingPatternDirectoryIsAFatalLibraryError) {
+    Build(kTree);
+    auto r = Run({"nodir/*.txt", "-f:a", "-t:b"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.err.rfind("[FATAL ERROR] Orlo runtime lib error: CDir::GetAllFiles - failed find "
+                          "files\n",
+                          0),
+              0u)
+        << r.err;
+}
+
+// Another holder of the file makes the guarded write fail: the file keeps its
+// bytes, the run goes on (or stops with -errstop), and the count is dropped.
+TEST_F(MendoFiles, AWriteFailureIsReportedAndTheFileKeptWhole) {
+    Build({{"a.txt", "teh\n"}, {"b.txt", "teh\n"}});
+    int fd = open(Path("a.txt").c_str(), O_RDONLY);
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(flock(fd, LOCK_SH | LOCK_NB), 0);
+
+    const Args args = {"a.txt", "b.txt", "-f:teh", "-t:the", "-trc", "-frc"};
+    auto r = Run(args);
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.err.rfind("[ERROR] can't write to file: " + Path("a.txt") + "\n  ", 0), 0u)
+        << r.err;
+    EXPECT_EQ(r.out,
+              "\n## 1 replacements in file: " + Path("b.txt") + "\n\n## total replaced 1 matchs\n");
+    EXPECT_EQ(Read("a.txt"), "teh\n");
+    EXPECT_EQ(Read("b.txt"), "the\n");
+
+    Write("b.txt", "teh\n");
+    auto stop = Run({"a.txt", "b.txt", "-f:teh", "-t:the", "-trc", "-errstop"});
+    EXPECT_EQ(stop.status, 255);
+    EXPECT_EQ(stop.out, "");
+    EXPECT_EQ(Read("b.txt"), "teh\n") << "-errstop ends the run at the first failure";
+    close(fd);
+}
+
+TEST_F(MendoFiles, AReadFailureIsReportedAndSkipped) {
+    Build({{"a.txt", "teh\n"}, {"b.txt", "teh\n"}});
+    int fd = open(Path("a.txt").c_str(), O_RDONLY);
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(flock(fd, LOCK_EX | LOCK_NB), 0);  // a writer holds it: no reading now
+
+    auto r = Run({"a.txt", "b.txt", "-f:teh", "-t:the"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.err, "[ERROR] failed reading file: " + Path("a.txt") + "\n");
+    EXPECT_EQ(Read("b.txt"), "the\n");
+
+    Write("b.txt", "teh\n");
+    auto stop = Run({"a.txt", "b.txt", "-f:teh", "-t:the", "-errstop"});
+    EXPECT_EQ(stop.status, 255);
+    EXPECT_EQ(Read("b.txt"), "teh\n");
+    close(fd);
+}
+
+TEST_F(MendoFiles, AFifoIsAReadFailureAndNeverHangs) {
+    Build({{"a.txt", "teh\n"}});
+    ASSERT_EQ(mkfifo(Path("pipe.txt").c_str(), 0644), 0);
+    auto r = Run({"*.txt", "-f:teh", "-t:the"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.err, "[ERROR] failed reading file: " + Path("pipe.txt") + "\n");
+    EXPECT_EQ(Read("a.txt"), "the\n");
+}
+
+TEST_F(MendoFiles, OddNamesAndBinaryContent) {
+    const Tree tree = {{"with space.txt", std::string("a\0teh\xFF", 6)},
+                       {"new\nline.txt", "teh"},
+                       {"\xE9t\xE9.txt", "teh"}};
+    Build(tree);
+    const Args args = {"*.txt", "-f:teh", "-t:the"};
+    auto r = Run(args);
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.err, "");
+    ExpectTree(tree,
+               {{"with space.txt", std::string("a\0the\xFF", 6)},
+                {"new\nline.txt", "the"},
+                {"\xE9t\xE9.txt", "the"}},
+               args);
+}
+
+TEST_F(MendoFiles, InPlaceStrategyAndUnusableRegexLeaveFilesAsTheyWere) {
+    Build({{"a.txt", "teh teh"}});
+    auto r = Run({"a.txt", "-f:teh", "-t:the", "-noexp"});
+    EXPECT_EQ(Read("a.txt"), "the the");
+    // A pattern that does not compile replaces nothing: the file stays, and
+    // only -stdout shows the difference between the strategies.
+    Write("a.txt", "abc");
+    EXPECT_EQ(Run({"a.txt", "-r:(", "-t:x"}).out, "");
+    EXPECT_EQ(ModifiedAt("a.txt"), 1000000000);
+    EXPECT_EQ(Run({"a.txt", "-r:(", "-t:x", "-stdout"}).out, "");
+    EXPECT_EQ(Run({"a.txt", "-r:(", "-t:x", "-stdout", "-noexp"}).out, "abc");
+}
+
+}  // namespace
