@@ -227,6 +227,36 @@ TEST_F(MendoFiles, AFifoIsAReadFailureAndNeverHangs) {
     EXPECT_EQ(Read("a.txt"), "the\n");
 }
 
+// A file too large for one string is refused whole: reported, never cut.
+TEST_F(MendoFiles, AFileOfFourGigabytesIsAReadFailureAndLeftAlone) {
+    Build({{"a.txt", "teh"}});
+    const std::string big = Path("big.txt");
+    int fd = open(big.c_str(), O_CREAT | O_WRONLY, 0644);
+    ASSERT_GE(fd, 0);
+    const off_t size = (off_t(1) << 32) + 10;  // sparse: costs no disk
+    ASSERT_EQ(ftruncate(fd, size), 0);
+    close(fd);
+
+    auto r = Run({"*.txt", "-f:teh", "-t:the"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.err, "[ERROR] failed reading file: " + big + "\n");
+    struct stat info {};
+    ASSERT_EQ(stat(big.c_str(), &info), 0);
+    EXPECT_EQ(info.st_size, size);
+    EXPECT_EQ(Read("a.txt"), "the");
+}
+
+// A link back to its own folder under -s: the walk ends (the system refuses
+// the path at some depth) and the run ends, whatever it decides.
+TEST_F(MendoFiles, ALinkLoopUnderSEndsTheRun) {
+    Build({{"a.txt", "teh"}, {"sub/b.txt", "teh"}});
+    ASSERT_EQ(symlink("..", Path("sub/up").c_str()), 0);
+    auto r = Run({"*.txt", "-s", "-f:teh", "-t:the"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_TRUE(r.err.empty() || r.err.rfind("[FATAL ERROR] Orlo runtime lib error: ", 0) == 0)
+        << r.err;
+}
+
 TEST_F(MendoFiles, OddNamesAndBinaryContent) {
     const Tree tree = {{"with space.txt", std::string("a\0teh\xFF", 6)},
                        {"new\nline.txt", "teh"},

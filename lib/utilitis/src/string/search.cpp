@@ -115,6 +115,8 @@ const char* PlainFinder::Find(const char* from, const char* end) const {
 
 FoldedFinder::FoldedFinder(const char* needle, size_t length)
     : m_needle(needle), m_length(length), m_blockScan(true) {
+    // An unused finder (length 0) costs nothing: no fold table is built.
+    if (length == 0) return;
     for (int b = 0; b < 256; ++b)
         m_fold[b] = std::tolower(static_cast<signed char>(b));
 
