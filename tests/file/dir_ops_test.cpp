@@ -159,6 +159,10 @@ TEST_F(DirOps, DuplicateFileCopiesOverWithoutTruncating) {
     CDir::DuplicateFile(At("short"), At("long"), true);
     EXPECT_EQ(GetFile(Full("long")), "abc3456789") << "the old tail stays";
 
+    // A device never ends: only what it reports as its size (none) is copied.
+    CDir::DuplicateFile(stringEx("/dev/zero"), At("zero"), false);
+    EXPECT_EQ(GetFile(Full("zero")), "");
+
     const Thrown exists =
         Catch<dirExp>([&] { CDir::DuplicateFile(At("short"), At("long"), false); });
     EXPECT_EQ(exists.message,

@@ -4,10 +4,11 @@
 // A CDir stands for one directory by its full path, which always ends in
 // "/". The object itself is small (that one string) and most of the class is
 // static: splitting and completing paths, making and removing directories,
-// copying and moving files, reading and writing a file as one value. What
-// needs a base directory is a member: Combine, the enumerations, backups,
-// and the *At forms of the whole-file calls, which resolve a relative name
-// against the object's path before calling the static form.
+// copying and moving files and trees, reading and writing a file as one
+// value, asking the file system for its layout and room. What needs a base
+// directory is a member: Combine, the enumerations, backups, and the *At
+// forms of the whole-file calls, which resolve a relative name against the
+// object's path before calling the static form.
 //
 // Paths are byte strings. Nothing here converts, validates or assumes an
 // encoding: a name with a line feed, a blank or bytes that are not UTF-8 is
@@ -63,6 +64,31 @@ bool IsFile(const stringEx& path);
 // Whether `path` names a directory or a link to one; otherwise as IsFile.
 bool IsDir(const stringEx& path);
 
+// ---- storage ---------------------------------------------------------------------
+
+// How the file system that holds a path is laid out, as statvfs reports it.
+// Block counts are in units of `blockSize`; "available" is what a user
+// without privileges may take, "free" includes the blocks kept for root.
+struct StorageTopology {
+    uint64_t blockSize = 0;    // the unit of the block counts (f_frsize)
+    uint64_t ioBlockSize = 0;  // the preferred size of a transfer (f_bsize)
+    uint64_t totalBlocks = 0;
+    uint64_t freeBlocks = 0;
+    uint64_t availableBlocks = 0;
+    uint64_t totalFileNodes = 0;  // inodes; 0 on file systems that don't count them
+    uint64_t freeFileNodes = 0;
+    uint64_t availableFileNodes = 0;
+    uint64_t maxNameLength = 0;  // of one path component
+    bool readOnly = false;
+};
+
+// The room of the file system that holds a path, in bytes.
+struct SpaceInfo {
+    uint64_t totalBytes = 0;
+    uint64_t freeBytes = 0;       // with the blocks kept for root
+    uint64_t availableBytes = 0;  // to a user without privileges
+};
+
 // ---- enumeration cookie ---------------------------------------------------------
 
 // A shared handle on an open directory stream: the stream and a reference
@@ -84,9 +110,11 @@ class CDirCookie {
     ~CDirCookie() noexcept(false);
 
     // Opens a stream on `dirPath` if the cookie is null. Returns false,
-    // leaving the cookie null, when opendir fails, whatever the reason: the
-    // enumeration takes an unreadable directory for an empty one. Returns
-    // true when the cookie holds a stream. Never throws but bad_alloc.
+    // leaving the cookie null and errno as opendir set it, when opendir
+    // fails, whatever the reason: the enumeration takes an unreadable
+    // directory for an empty one, a caller that can't afford to opens the
+    // cookie itself and reports errno. Returns true when the cookie holds a
+    // stream. Never throws but bad_alloc.
     bool Open(const stringEx& dirPath);
     // Gives up this cookie's share and leaves it null; the last share closes
     // the stream. Does nothing on a null cookie. Throws dirExp
@@ -269,6 +297,61 @@ class CDir {
     static void TransferFile(const stringEx& source, const stringEx& destination, bool overwrite,
                              bool sync = false, bool allowCopy = true);
 
+    // Copies the directory `source` as `target`, whose parent must exist.
+    // The target is made if it doesn't exist, then each directory gets its
+    // files (only with `subFiles`; without, the copy is the bare tree of
+    // directories) and then its sub-directories, depth first, in readdir
+    // order. Hidden names are copied like any other. An existing target is
+    // merged into: existing directories are kept and filled; an existing
+    // file fails the copy unless `overwrite`, when it is removed and copied
+    // anew, so no old tail stays and a link in the target is replaced, not
+    // written through. A file where the source has a directory, or a
+    // directory where it has a file, fails either way. File contents are
+    // copied as DuplicateFile copies them; modes, owners and times are not.
+    //
+    // The source is read through NextFile and NextDir, so a symbolic link
+    // counts as what it points to: a link to a file gives a file with the
+    // content, a link to a directory a directory with its tree, and a
+    // dangling link fails the copy. Special files are read like files (a
+    // FIFO without a writer gives an empty file).
+    //
+    // A target that is the source or lies inside it, by text or through
+    // links, is refused before anything is made. The walk also refuses to
+    // enter a directory that is one of its own ancestors or a directory of
+    // the target (a link loop, a link into the copy), which would otherwise
+    // copy until the paths grow too long; that refusal comes with the copy
+    // half made. Any failure leaves what was copied so far.
+    //
+    // Throws dirExp: DirCode::InvalidArgument "CDir::DuplicateDir - nothing
+    // to copy" for an empty path; DirCode::DuplicateDir "CDir::DuplicateDir
+    // - dir nesting found in recursive copy mode" with the four arguments,
+    // and "CDir::DuplicateDir - failed duplicate dir" with the four
+    // arguments wrapping the failure of a step (a source that is missing, no
+    // directory or unreadable, a directory that can't be made, a file copy).
+    static void DuplicateDir(const stringEx& source, const stringEx& target, bool overwrite,
+                             bool subFiles = true);
+
+    // Moves the directory `source` to the path `target`, whose parent must
+    // exist. When the target doesn't exist this is a rename: atomic, and
+    // links inside stay links. Across file systems the tree is copied
+    // (DuplicateDir, so links are followed and the copy holds what they
+    // point to) and the source is then removed, its links as links; the
+    // source stays until the copy is complete, so a failure loses nothing.
+    // An existing target is refused unless `overwrite`, when the source is
+    // merged into it by the same copy and removal, files of the same name
+    // being replaced. `source` must be a directory itself, not a link to
+    // one. A target that is the source or lies inside it is refused before
+    // anything is touched.
+    //
+    // Throws dirExp: DirCode::InvalidArgument "CDir::TransferDir - nothing to
+    // move" for an empty path; DirCode::TransferDir "CDir::TransferDir - dir
+    // nesting found in recursive copy mode" with both paths, and
+    // "CDir::TransferDir - failed transfer dir" with both paths and either
+    // the system error (a source that is missing or no directory, a target
+    // that exists, a failing rename) or, wrapped, the failure of the copy or
+    // of the removal of the source.
+    static void TransferDir(const stringEx& source, const stringEx& target, bool overwrite);
+
     // Makes `link` a symbolic link to `target`. With `arguments` or a
     // `workFolder`, makes instead an executable shell script at `link`
     // that changes to the work folder and runs the target with the
@@ -286,6 +369,19 @@ class CDir {
     // - nothing to make" (DirCode::InvalidArgument); DirCode::MakeHardLink
     // "CDir::MakeHardLink - failed create hard link" with the system error.
     static void MakeHardLink(const stringEx& target, const stringEx& link);
+
+    // ---- storage ---------------------------------------------------------------------
+
+    // The layout of the file system that holds `path` (statvfs, links
+    // followed). Throws dirExp (DirCode::PathStatus) "CDir::GetStorageTopology
+    // - failed retrieve storage's topology info" with the path and the
+    // system error, a missing path included.
+    static StorageTopology GetStorageTopology(const stringEx& path);
+    // The total, free and available bytes of the file system that holds
+    // `path`: the block counts of GetStorageTopology times the block size.
+    // Throws dirExp (DirCode::PathStatus) "CDir::GetSpaceInfo - failed
+    // retrieve space info" with the path and the system error.
+    static SpaceInfo GetSpaceInfo(const stringEx& path);
 
     // ---- enumeration ---------------------------------------------------------------
 

@@ -1,7 +1,7 @@
 // Helpers shared by the CDir sources: path text pieces that several
 // operations need, an lstat that reports instead of throwing, the error
-// sentences of stat, and the open flags and transfer loops of the calls that
-// read or write whole files.
+// sentences of stat and opendir, and the open flags and transfer loops of
+// the calls that read or write whole files.
 //
 // Implementation details of the file module; not part of the library's
 // surface.
@@ -41,6 +41,16 @@ inline constexpr SysErrorText kStatErrors[] = {
     {EOVERFLOW, "the file size, inode number or number of blocks cannot be represented"},
     {ENOMEM, "out of memory"},
     {EIO, "io error occurred while reading from the file system"},
+};
+
+// The sentences for the documented errors of opendir.
+inline constexpr SysErrorText kOpendirErrors[] = {
+    {EACCES, "permission denied"},
+    {EMFILE, "the maximum file descriptors are currently open in the calling process"},
+    {ENFILE, "the maximum allowable number of files is currently open in the system"},
+    {ENOENT, "the directory does not exist"},
+    {ENOMEM, "insufficient memory to complete the operation"},
+    {ENOTDIR, "the path is not a directory"},
 };
 
 // `path` without its trailing "/"; the root keeps its one "/".

@@ -35,6 +35,7 @@ namespace Orlo {
 namespace {
 
 using IMPL::Exists;
+using IMPL::kOpendirErrors;
 using IMPL::LinkStatus;
 using IMPL::WithoutTrailingSeparators;
 
@@ -63,15 +64,6 @@ constexpr SysErrorText kRmdirErrors[] = {
     {EROFS, "the directory resides on a read-only file system"},
     {ELOOP, "too many symbolic links encountered while traversing the path"},
     {ENAMETOOLONG, "path is too long"},
-};
-
-constexpr SysErrorText kOpendirErrors[] = {
-    {EACCES, "permission denied"},
-    {EMFILE, "the maximum file descriptors are currently open in the calling process"},
-    {ENFILE, "the maximum allowable number of files is currently open in the system"},
-    {ENOENT, "the directory does not exist"},
-    {ENOMEM, "insufficient memory to complete the operation"},
-    {ENOTDIR, "the path is not a directory"},
 };
 
 constexpr SysErrorText kReaddirErrors[] = {
@@ -262,12 +254,19 @@ void CopyBytes(const stringEx& from, const stringEx& to, bool flush) {
     source.Open(from, O_RDONLY, IMPL::kNeverWait, FileShare::Shared, 0666, 0);
     CSysFile destination;
     destination.Open(to, O_WRONLY, O_CREAT | IMPL::kNeverWait, FileShare::Exclusive, 0666, 0);
+    // A device such as /dev/zero never reaches its end: anything but a
+    // regular file is copied only as far as the size it reports.
+    struct stat status {};
+    const bool regular = fstat(source.GetHandle(), &status) == 0 && S_ISREG(status.st_mode);
+    uint64_t left = regular ? UINT64_MAX : uint64_t(source.GetSize());
     byteEx buffer;
     buffer.assign_discard(uint32_t(kCopyChunk));
-    for (;;) {
-        const int64_t got = source.Read(buffer.data(), kCopyChunk);
+    while (left > 0) {
+        const uint64_t want = left < kCopyChunk ? left : kCopyChunk;
+        const int64_t got = source.Read(buffer.data(), want);
         if (got <= 0) break;
         IMPL::WriteAll(destination, buffer.data(), uint64_t(got));
+        left -= uint64_t(got);
     }
     if (flush) destination.Flush();
     destination.Close();
