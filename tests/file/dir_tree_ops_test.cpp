@@ -1,8 +1,8 @@
 // Copying and moving directory trees, and the file system queries. Trees are
 // built from and compared as snapshots taken with lstat, so a link that
-// should have become a file, or a file left with an old tail, shows. Failure
-// texts are compared byte for byte; the cases kept are those where a copy
-// would run forever, skip data silently, or a move would lose it.
+// should have become a file, or a file left with an old tail, shows. The
+// failures kept are those where a copy would run forever, skip data
+// silently, or a move would lose it.
 
 #include <dirent.h>
 #include <sys/stat.h>
@@ -13,20 +13,21 @@
 
 #include <map>
 #include <string>
+#include <tuple>
 
-#include "file/dir_test_support.h"
+#include "file/file_test_support.h"
 #include "orlo/dir.h"
 
 namespace Orlo {
 namespace {
 
-using dirtest::Catch;
-using dirtest::Ex;
-using dirtest::GetFile;
-using dirtest::Present;
-using dirtest::PutFile;
-using dirtest::Str;
-using dirtest::Thrown;
+using filetest::Catch;
+using filetest::Ex;
+using filetest::GetFile;
+using filetest::Present;
+using filetest::PutFile;
+using filetest::Str;
+using filetest::Thrown;
 
 // Relative path -> "dir", "file:" + content, or "link:" + target.
 using Snapshot = std::map<std::string, std::string>;
@@ -75,26 +76,6 @@ void Build(const std::string& root, const Snapshot& snapshot) {
     }
 }
 
-std::string CopyText(const std::string& head, const std::string& from, const std::string& to,
-                     bool overwrite, bool subFiles) {
-    const auto text = [](bool value) { return value ? "true" : "false"; };
-    return head + "\n  dir to copy         = " + from + "\n  dir to copy to      = " + to +
-           "\n  overwrite exist     = " + text(overwrite) +
-           "\n  copy sub files      = " + text(subFiles);
-}
-std::string MoveText(const std::string& head, const std::string& from, const std::string& to) {
-    return head + "\n  source dir = " + from + "\n  target dir = " + to;
-}
-const std::string kCopyFailed = "CDir::DuplicateDir - failed duplicate dir";
-const std::string kCopyNesting = "CDir::DuplicateDir - dir nesting found in recursive copy mode";
-const std::string kMoveFailed = "CDir::TransferDir - failed transfer dir";
-const std::string kMoveNesting = "CDir::TransferDir - dir nesting found in recursive copy mode";
-const std::string kDangling =
-    "\n@ PosixStat - failed retrive the status of giving path\n  file path  = ";
-const std::string kMissingEntry =
-    "\n  error code = 2\n"
-    "  error desc = a component of the path does not exist, or the path is an empty string";
-
 class DirTree : public ::testing::Test {
   protected:
     stringEx At(const std::string& relative) const { return Ex(tree / relative); }
@@ -133,10 +114,8 @@ class DirTree : public ::testing::Test {
         return copy;
     }
 
-    dirtest::TempTree tree;
+    filetest::TempTree tree;
 };
-
-// ---- DuplicateDir -------------------------------------------------------------------
 
 TEST_F(DirTree, CopyRebuildsTheTreeWithLinksFollowed) {
     MakeSource();
@@ -146,6 +125,8 @@ TEST_F(DirTree, CopyRebuildsTheTreeWithLinksFollowed) {
     CDir::DuplicateDir(At("src"), At("skeleton"), false, false);
     EXPECT_EQ(Take(Full("skeleton")), CopyOfSource(false));
     EXPECT_EQ(Take(Full("src")), source) << "the source is left as it was";
+    CDir::DuplicateDir(At("src"), At("src2"), false);
+    EXPECT_EQ(Take(Full("src2")), CopyOfSource(true)) << "a sibling named alike is no nesting";
 }
 
 TEST_F(DirTree, CopyIntoAnExistingTreeFollowsTheOverwriteRule) {
@@ -157,47 +138,38 @@ TEST_F(DirTree, CopyIntoAnExistingTreeFollowsTheOverwriteRule) {
         const char* name;
         bool overwrite;
         Snapshot before, after;
-        std::string failure;  // the inner text of the failure, empty for none
-    };
-    const Case cases[] = {
-        {"an empty target is filled", false, {}, copied, ""},
+        bool fails;
+    } cases[] = {
+        {"an empty target is filled", false, {}, copied, false},
         {"an existing file stops the copy unless overwrite",
          false,
          {{"same", "file:old"}},
          {{"same", "file:old"}},
-         "CDir::DuplicateFile - error copy file, dest already exists\n"
-         "  source file       = " +
-             Full("src/same") + "\n  destination file  = " + target + "/same"},
+         true},
         {"overwrite replaces whole files and keeps the others",
          true,
          {{"mine", "file:mine"}, {"sub", "dir"}, {"sub/short", "file:0123456789"}},
          {{"mine", "file:mine"}, {"same", "file:new"}, {"sub", "dir"}, {"sub/short", "file:abc"}},
-         ""},
+         false},
         {"a link in the target is replaced, not written through",
          true,
          {{"same", "link:" + Full("precious")}},
          copied,
-         ""},
+         false},
         {"a file where the source has a directory",
          true,
          {{"sub", "file:in the way"}},
          {{"same", "file:new"}, {"sub", "file:in the way"}},
-         "CDir::MakeDir - failed create dir\n  dir to create = " + target +
-             "/sub\n  is recursive  = false\n  error code    = 17\n"
-             "  error desc    = the path already exists"},
+         true},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         Build(target, c.before);
         const auto copy = [&] { CDir::DuplicateDir(At("src"), Ex(target), c.overwrite); };
-        if (c.failure.empty()) {
-            copy();
+        if (c.fails) {
+            EXPECT_EQ(Catch<dirExp>(copy).code, DirCode::DuplicateDir);
         } else {
-            const Thrown thrown = Catch<dirExp>(copy);
-            EXPECT_EQ(
-                thrown.message,
-                CopyText(kCopyFailed, Full("src"), target, c.overwrite, true) + "\n@ " + c.failure);
-            EXPECT_EQ(thrown.code, DirCode::DuplicateDir);
+            copy();
         }
         EXPECT_EQ(Take(target), c.after);
         EXPECT_EQ(GetFile(Full("precious")), "precious");
@@ -205,86 +177,33 @@ TEST_F(DirTree, CopyIntoAnExistingTreeFollowsTheOverwriteRule) {
     }
 }
 
-TEST_F(DirTree, CopyFailureTexts) {
+TEST_F(DirTree, CopyRefusesNestingLoopsAndDanglingLinks) {
     Build(Full("src"), {{"sub", "dir"}, {"f", "file:f"}});
-    PutFile(Full("file"), "f");
     ASSERT_EQ(symlink("src", Full("alias").c_str()), 0);
-    struct Case {
-        const char* source;
-        const char* target;
-        std::string text;  // after the four argument lines
-        int32_t code = DirCode::DuplicateDir;
-    };
-    const Case cases[] = {
-        {"missing", "t",
-         "\n@ CDir::DuplicateDir - failed open dir\n  dir path   = " + Full("missing") +
-             "\n  error code = 2\n  error desc = the directory does not exist"},
-        {"file", "t",
-         "\n@ CDir::DuplicateDir - failed open dir\n  dir path   = " + Full("file") +
-             "\n  error code = 20\n  error desc = the path is not a directory"},
-        {"src", "no/parent",
-         "\n@ CDir::MakeDir - failed create dir\n  dir to create = " + Full("no/parent") +
-             "\n  is recursive  = false\n  error code    = 2\n"
-             "  error desc    = a component of the path prefix does not exist"},
-        {"src", "file",
-         "\n@ CDir::MakeDir - failed create dir\n  dir to create = " + Full("file") +
-             "\n  is recursive  = false\n  error code    = 17\n"
-             "  error desc    = the path already exists"},
-        // A target inside the source, by text or through a link, and the
-        // source itself are refused before anything is made.
-        {"src", "src/sub/new", "nesting"},
-        {"src", "src/../src/", "nesting"},
-        {"src", "alias/x", "nesting"},
-    };
-    for (const Case& c : cases) {
-        const Thrown thrown =
-            Catch<dirExp>([&] { CDir::DuplicateDir(At(c.source), At(c.target), true); });
-        const std::string target = Str(CDir::ConvToFullPath(At(c.target)));
-        const std::string shown = target.substr(0, target.find_last_not_of('/') + 1);
-        const std::string expected =
-            c.text == "nesting" ? CopyText(kCopyNesting, Full(c.source), shown, true, true)
-                                : CopyText(kCopyFailed, Full(c.source), shown, true, true) + c.text;
-        EXPECT_EQ(thrown.message, expected) << c.source << " -> " << c.target;
-        EXPECT_EQ(thrown.code, c.code);
-    }
-    EXPECT_FALSE(Present(Full("t")) || Present(Full("no")) || Present(Full("src/sub/new")) ||
-                 Present(Full("src/x")))
-        << "nothing made";
-
-    const Thrown empty = Catch<dirExp>([&] { CDir::DuplicateDir(At("src"), stringEx(), false); });
-    EXPECT_EQ(empty.message, "CDir::DuplicateDir - nothing to copy");
-    EXPECT_EQ(empty.code, DirCode::InvalidArgument);
-
-    CDir::DuplicateDir(At("src"), At("src2"), false);
-    EXPECT_EQ(Take(Full("src2")), Take(Full("src"))) << "a sibling named alike is no nesting";
-}
-
-TEST_F(DirTree, CopyStopsAtLinkLoopsAndDanglingLinks) {
-    // Followed, a link back up the tree or into the target would copy
-    // until the paths grew too long.
+    // Followed, a link back up the tree or into the target would copy until
+    // the paths grew too long.
     Build(Full("loop"), {{"f", "file:f"}, {"sub", "dir"}, {"sub/up", "link:.."}});
     Build(Full("feed"), {{"into_target", "link:" + Full("t2")}});
     Build(Full("t2"), {});
     Build(Full("dangling"), {{"broken", "link:nowhere"}});
-    struct Case {
-        const char* source;
-        const char* target;
-        std::string text;
+    const std::string nesting = "CDir::DuplicateDir - dir nesting found in recursive copy mode\n";
+    const std::string failed = "CDir::DuplicateDir - failed duplicate dir\n";
+    const std::tuple<const char*, const char*, std::string> cases[] = {
+        {"src", "src/sub/new", nesting}, {"src", "src/../src/", nesting},
+        {"src", "alias/x", nesting},     {"loop", "t1", nesting},
+        {"feed", "t2", nesting},         {"dangling", "t3", failed},
+        {"missing", "t4", failed},
     };
-    const Case cases[] = {
-        {"loop", "t1", CopyText(kCopyNesting, Full("loop"), Full("t1"), false, true)},
-        {"feed", "t2", CopyText(kCopyNesting, Full("feed"), Full("t2"), false, true)},
-        {"dangling", "t3",
-         CopyText(kCopyFailed, Full("dangling"), Full("t3"), false, true) + kDangling +
-             Full("dangling/broken") + kMissingEntry},
-    };
-    for (const Case& c : cases) {
+    for (const auto& [source, target, start] : cases) {
         const Thrown thrown =
-            Catch<dirExp>([&] { CDir::DuplicateDir(At(c.source), At(c.target), false); });
-        EXPECT_EQ(thrown.message, c.text);
+            Catch<dirExp>([&] { CDir::DuplicateDir(At(source), At(target), true); });
+        EXPECT_TRUE(thrown.message.starts_with(start)) << source << " -> " << target << "\n"
+                                                       << thrown.message;
         EXPECT_EQ(thrown.code, DirCode::DuplicateDir);
     }
-    EXPECT_FALSE(Present(Full("t1/sub/up"))) << "refused before it was made";
+    EXPECT_FALSE(Present(Full("src/sub/new")) || Present(Full("src/x")) ||
+                 Present(Full("t1/sub/up")) || Present(Full("t4")))
+        << "refused before anything was made";
 }
 
 TEST_F(DirTree, CopyOfAnUnreadableDirectoryFailsInsteadOfSkippingIt) {
@@ -293,18 +212,13 @@ TEST_F(DirTree, CopyOfAnUnreadableDirectoryFailsInsteadOfSkippingIt) {
     ASSERT_EQ(chmod(Full("shared").c_str(), 0777), 0);
     const std::string source = Full("shared/src");
     const std::string target = Full("shared/dst");
-    const int status = dirtest::RunInChild(
+    const int status = filetest::RunInChild(
         [&] {
             if (mkdir(source.c_str(), 0755) != 0) return 77;
             if (mkdir((source + "/locked").c_str(), 0) != 0) return 1;
             const Thrown thrown =
                 Catch<dirExp>([&] { CDir::DuplicateDir(Ex(source), Ex(target), false); });
-            return thrown.message == CopyText(kCopyFailed, source, target, false, true) +
-                                         "\n@ CDir::DuplicateDir - failed open dir\n"
-                                         "  dir path   = " +
-                                         source +
-                                         "/locked\n  error code = 13\n"
-                                         "  error desc = permission denied"
+            return thrown.message.ends_with("  error code = 13\n  error desc = permission denied")
                        ? 0
                        : 2;
         },
@@ -313,30 +227,42 @@ TEST_F(DirTree, CopyOfAnUnreadableDirectoryFailsInsteadOfSkippingIt) {
     EXPECT_EQ(status, 0);
 }
 
-// ---- TransferDir ----------------------------------------------------------------------
-
-TEST_F(DirTree, MoveWithinAFileSystemRenamesAndKeepsLinks) {
+TEST_F(DirTree, MoveWithinAFileSystemRenamesAndMergesOnlyWithOverwrite) {
     MakeSource();
     const Snapshot source = Take(Full("src"));
-    struct stat before {};
-    struct stat after {};
+    struct stat before {
+    }, after{};
     ASSERT_EQ(stat(Full("src/a/b/c/deep").c_str(), &before), 0);
     CDir::TransferDir(At("src/"), At("moved"), false);
     EXPECT_FALSE(Present(Full("src")));
     EXPECT_EQ(Take(Full("moved")), source);
     ASSERT_EQ(stat(Full("moved/a/b/c/deep").c_str(), &after), 0);
     EXPECT_EQ(after.st_ino, before.st_ino) << "renamed, not copied";
+
+    Build(Full("src"), {{"same", "file:new"}, {"only_src", "file:s"}, {"sub", "dir"}});
+    Build(Full("dst"), {{"same", "file:old and longer"}, {"only_dst", "file:d"}});
+    ASSERT_EQ(symlink("src", Full("alias").c_str()), 0);
+    for (const char* target : {"dst", "src/sub/t", "alias"})
+        EXPECT_EQ(Catch<dirExp>([&] { CDir::TransferDir(At("src"), At(target), false); }).code,
+                  DirCode::TransferDir)
+            << target;
+    EXPECT_EQ(GetFile(Full("dst/same")), "old and longer");
+    CDir::RemoveDir(At("src/sub"));
+    CDir::TransferDir(At("src"), At("dst"), true);
+    EXPECT_FALSE(Present(Full("src")));
+    EXPECT_EQ(Take(Full("dst")),
+              (Snapshot{{"same", "file:new"}, {"only_src", "file:s"}, {"only_dst", "file:d"}}));
 }
 
 TEST_F(DirTree, MoveAcrossFileSystemsCopiesThenRemoves) {
-    struct stat here {};
-    struct stat shm {};
+    struct stat here {
+    }, shm{};
     if (stat(tree.root.c_str(), &here) != 0 || stat("/dev/shm", &shm) != 0 ||
         here.st_dev == shm.st_dev || access("/dev/shm", W_OK) != 0) {
         GTEST_SKIP() << "no second writable file system";
     }
-    dirtest::EnvGuard tmp("TMPDIR", "/dev/shm");
-    dirtest::TempTree other;
+    filetest::EnvGuard tmp("TMPDIR", "/dev/shm");
+    filetest::TempTree other;
     MakeSource();
     CDir::TransferDir(At("src"), Ex(other / "moved"), false);
     EXPECT_FALSE(Present(Full("src")));
@@ -345,94 +271,21 @@ TEST_F(DirTree, MoveAcrossFileSystemsCopiesThenRemoves) {
 
     // A copy that fails half-way leaves the source whole.
     Build(Full("half"), {{"kept", "file:kept"}, {"broken", "link:nowhere"}});
-    const Thrown thrown =
-        Catch<dirExp>([&] { CDir::TransferDir(At("half"), Ex(other / "half"), false); });
-    EXPECT_EQ(thrown.message, MoveText(kMoveFailed, Full("half"), other / "half") + "\n@ " +
-                                  CopyText(kCopyFailed, Full("half"), other / "half", false, true) +
-                                  kDangling + Full("half/broken") + kMissingEntry);
-    EXPECT_EQ(thrown.code, DirCode::TransferDir);
+    EXPECT_EQ(Catch<dirExp>([&] { CDir::TransferDir(At("half"), Ex(other / "half"), false); }).code,
+              DirCode::TransferDir);
     EXPECT_EQ(Take(Full("half")), (Snapshot{{"kept", "file:kept"}, {"broken", "link:nowhere"}}));
 }
 
-TEST_F(DirTree, MoveOntoAnExistingTargetMergesOnlyWithOverwrite) {
-    Build(Full("src"), {{"same", "file:new"}, {"only_src", "file:s"}});
-    Build(Full("dst"), {{"same", "file:old and longer"}, {"only_dst", "file:d"}});
-    const Thrown refused = Catch<dirExp>([&] { CDir::TransferDir(At("src"), At("dst"), false); });
-    EXPECT_EQ(refused.message, MoveText(kMoveFailed, Full("src"), Full("dst")) +
-                                   "\n  error code = 17\n"
-                                   "  error desc = the target path already exists");
-    EXPECT_EQ(refused.code, DirCode::TransferDir);
-    EXPECT_EQ(GetFile(Full("dst/same")), "old and longer");
-
-    CDir::TransferDir(At("src"), At("dst"), true);
-    EXPECT_FALSE(Present(Full("src")));
-    EXPECT_EQ(Take(Full("dst")),
-              (Snapshot{{"same", "file:new"}, {"only_src", "file:s"}, {"only_dst", "file:d"}}));
-}
-
-TEST_F(DirTree, MoveFailureTexts) {
-    Build(Full("src"), {{"sub", "dir"}});
-    PutFile(Full("file"), "f");
-    ASSERT_EQ(symlink("src", Full("alias").c_str()), 0);
-    const std::string kNoSource =
-        "\n  error code = 2\n"
-        "  error desc = the source dir or a directory of the target path does not exist";
-    const std::string kNotDir =
-        "\n  error code = 20\n"
-        "  error desc = the source is not a directory, or a component of a path prefix is not "
-        "a directory";
-    struct Case {
-        const char* source;
-        const char* target;
-        std::string text;
-    };
-    const Case cases[] = {
-        {"missing", "t", MoveText(kMoveFailed, Full("missing"), Full("t")) + kNoSource},
-        {"file", "t", MoveText(kMoveFailed, Full("file"), Full("t")) + kNotDir},
-        {"alias", "t", MoveText(kMoveFailed, Full("alias"), Full("t")) + kNotDir},
-        {"src", "no/parent", MoveText(kMoveFailed, Full("src"), Full("no/parent")) + kNoSource},
-        {"src", "src/sub/t", MoveText(kMoveNesting, Full("src"), Full("src/sub/t"))},
-        {"src", "alias", MoveText(kMoveNesting, Full("src"), Full("alias"))},
-    };
-    for (const Case& c : cases) {
-        const Thrown thrown =
-            Catch<dirExp>([&] { CDir::TransferDir(At(c.source), At(c.target), true); });
-        EXPECT_EQ(thrown.message, c.text) << c.source << " -> " << c.target;
-        EXPECT_EQ(thrown.code, DirCode::TransferDir);
-    }
-    EXPECT_TRUE(Present(Full("src/sub"))) << "nothing moved";
-    const Thrown empty = Catch<dirExp>([&] { CDir::TransferDir(stringEx(), At("t"), false); });
-    EXPECT_EQ(empty.message, "CDir::TransferDir - nothing to move");
-    EXPECT_EQ(empty.code, DirCode::InvalidArgument);
-}
-
-// ---- file system queries ---------------------------------------------------------------
-
-TEST(DirStorage, RootAgreesWithTheSystem) {
+TEST(DirStorage, AgreesWithTheSystem) {
     struct statvfs expected {};
     ASSERT_EQ(statvfs("/", &expected), 0);
     const StorageTopology topology = CDir::GetStorageTopology("/");
     EXPECT_EQ(topology.blockSize, expected.f_frsize);
     EXPECT_EQ(topology.totalBlocks, expected.f_blocks);
-    EXPECT_LE(topology.availableBlocks, topology.freeBlocks);
-    EXPECT_LE(topology.freeBlocks, topology.totalBlocks);
     const SpaceInfo space = CDir::GetSpaceInfo("/");
     EXPECT_EQ(space.totalBytes, uint64_t(expected.f_blocks) * expected.f_frsize);
     EXPECT_LE(space.availableBytes, space.freeBytes);
-    EXPECT_LE(space.freeBytes, space.totalBytes);
-}
-
-TEST(DirStorage, MissingPathIsAFailure) {
-    const std::string tail =
-        "\n  file path  = /no/such/path\n  error code = 2\n"
-        "  error desc = the file referred to by the path does not exist";
-    const Thrown topology = Catch<dirExp>([] { CDir::GetStorageTopology("/no/such/path"); });
-    EXPECT_EQ(topology.message,
-              "CDir::GetStorageTopology - failed retrieve storage's topology info" + tail);
-    EXPECT_EQ(topology.code, DirCode::PathStatus);
-    const Thrown space = Catch<dirExp>([] { CDir::GetSpaceInfo("/no/such/path"); });
-    EXPECT_EQ(space.message, "CDir::GetSpaceInfo - failed retrieve space info" + tail);
-    EXPECT_EQ(space.code, DirCode::PathStatus);
+    EXPECT_EQ(Catch<dirExp>([] { CDir::GetSpaceInfo("/no/such/path"); }).code, DirCode::PathStatus);
 }
 
 }  // namespace

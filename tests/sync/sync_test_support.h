@@ -6,7 +6,6 @@
 #define ORLO_TESTS_SYNC_SYNC_TEST_SUPPORT_H
 
 #include <dirent.h>
-#include <fcntl.h>
 #include <semaphore.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -14,7 +13,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cerrno>
 #include <chrono>
 #include <functional>
 #include <string>
@@ -37,16 +35,13 @@ inline std::string NamePrefix() {
     return "orlo-sync-test-" + std::to_string(getpid()) + "-";
 }
 
-// A name no other test or process uses; `tag` says which test made it.
-inline std::string UniqueName(const char* tag) {
-    static std::atomic<int> counter{0};
-    return NamePrefix() + std::to_string(++counter) + "-" + tag;
-}
-
 // Owns a unique name and removes the semaphore and the shared memory area of
 // that name when the test ends, also when it fails half-way.
 struct NameGuard {
-    explicit NameGuard(const char* tag) : name(UniqueName(tag)) {}
+    explicit NameGuard(const char* tag) {
+        static std::atomic<int> counter{0};
+        name = NamePrefix() + std::to_string(++counter) + "-" + tag;
+    }
     NameGuard(const NameGuard&) = delete;
     NameGuard& operator=(const NameGuard&) = delete;
     ~NameGuard() {
@@ -56,52 +51,37 @@ struct NameGuard {
     std::string name;
 };
 
-// The entries of /dev/shm that this process made (semaphores appear there
+// Fails if this process left anything in /dev/shm (semaphores appear there
 // as "sem." and their name).
-inline std::vector<std::string> LeftoversInDevShm() {
-    std::vector<std::string> found;
-    DIR* dir = opendir("/dev/shm");
-    if (!dir) return found;
-    const std::string prefix = NamePrefix();
-    while (dirent* entry = readdir(dir)) {
-        if (std::string(entry->d_name).find(prefix) != std::string::npos) {
-            found.emplace_back(entry->d_name);
-        }
-    }
-    closedir(dir);
-    return found;
-}
-
 class NoLeftoversCheck : public ::testing::Environment {
   public:
     void TearDown() override {
-        for (const std::string& name : LeftoversInDevShm()) {
-            ADD_FAILURE() << "left behind in /dev/shm: " << name;
+        DIR* dir = opendir("/dev/shm");
+        if (!dir) return;
+        while (dirent* entry = readdir(dir)) {
+            if (std::string(entry->d_name).find(NamePrefix()) != std::string::npos)
+                ADD_FAILURE() << "left behind in /dev/shm: " << entry->d_name;
         }
+        closedir(dir);
     }
 };
 
 inline ::testing::Environment* const kNoLeftoversCheck =
     ::testing::AddGlobalTestEnvironment(new NoLeftoversCheck);
 
-// A name longer than the system takes for a shared memory area or a
-// semaphore.
-inline std::string OverlongName() {
-    return NamePrefix() + std::string(300, 'n');
-}
-
-// True if the C library answers an overlong name with ENAMETOOLONG; glibc
-// up to 2.36 says EINVAL, as for any other name it can't take.
-inline bool OverlongNameIsTooLong() {
-    std::string path = "/";
-    path += OverlongName();
-    const int descriptor = shm_open(path.c_str(), O_RDONLY, 0);
-    if (descriptor >= 0) close(descriptor);
-    return descriptor < 0 && errno == ENAMETOOLONG;
-}
-
 inline std::string Text(const byExp& e) {
     return std::string(e.message.view());
+}
+
+// The code of the `Exp` that `body` throws, or -1 if it throws none.
+template <class Exp, class Body>
+int32_t ThrownCode(Body&& body) {
+    try {
+        body();
+    } catch (const Exp& e) {
+        return e.code;
+    }
+    return -1;
 }
 
 using Clock = std::chrono::steady_clock;

@@ -1,7 +1,5 @@
-// Text forms: every escape of CTime::Format and CTimeSpan::Format, exact
-// bytes, then what the expansion does around the escapes, what Format does
-// with the strings it is handed, and that any text and any record format
-// without a crash.
+// Text forms: the escapes of CTime::Format and CTimeSpan::Format, the
+// expansion around them, the strings Format is handed, and bad input.
 
 #include <gtest/gtest.h>
 
@@ -51,46 +49,28 @@ struct TimeCase {
 TEST(TimeFormat, Escapes) {
     const CTime tuesday = At(2024, 3, 5, 14, 7, 9, 250123);
     const TimeCase cases[] = {
-        // The library's own formats.
         {tuesday, 0, "%Y-%M-%d %H:%T:%S.%us UTC%Z", "2024-03-05 14:07:09.250123 UTC+0000"},
-        {tuesday, 0, "%Y%M%d_%H%T%S", "20240305_140709"},
         {tuesday, 0, "%B, %d %A %Y %H:%T:%S GMT", "Tue, 05 Mar 2024 14:07:09 GMT"},
         {tuesday, 0, "%y|%D|%W|%wm|%ws|%h|%P|%p|%ms|%z|%C", "24|065|2|10|09|2|PM|pm|250|0|21"},
-        // Zones move the fields and show in %Z and %z.
         {tuesday, 480, "%H:%T %Z %z", "22:07 +0800 480"},
         {tuesday, -330, "%d %H:%T %Z %z", "05 08:37 -0530 -330"},
-        {tuesday, -840, "%M-%d %H:%T %Z", "03-05 00:07 -1400"},
         {tuesday, -848, "%M-%d %H:%T %Z", "03-04 23:59 -1408", "a day back"},
-        // The epoch and the floor before it.
         {CTime(0), 0, "%Y-%M-%d %D %W %B", "1970-01-01 001 4 Thu"},
         {CTime(-1), 0, "%Y-%M-%d %H:%T:%S.%us %y", "1969-12-31 23:59:59.999999 1969"},
-        // Two-digit years only from 1970 to 2038.
         {At(2038, 6, 1), 0, "%y", "38"},
         {At(2039, 1, 1), 0, "%y", "2039"},
-        {At(1970, 1, 1), 0, "%y", "70"},
-        {At(2005, 1, 1), 0, "%y", "05"},
         {At(5, 1, 1), 0, "%Y %y", "5 05", "the whole year, still two digits wide"},
-        // Years before year 1 and centuries.
         {At(-45, 3, 15), 0, "%Y %y %C %D", "-45 -45 -1 075", "year -45 counts as -44: leap"},
         {At(-150, 1, 1), 0, "%C", "-2"},
-        {At(2000, 1, 1), 0, "%C", "21"},
         {At(1999, 12, 31), 0, "%C", "20"},
-        // The twelve-hour clock.
         {At(2024, 1, 1, 0, 30), 0, "%h %P %p", "12 AM am"},
-        {At(2024, 1, 1, 11, 59), 0, "%h %p", "11 am"},
         {At(2024, 1, 1, 12, 0), 0, "%h %p", "12 pm"},
         {At(2024, 1, 1, 13, 0), 0, "%h %P", "1 PM"},
-        // Week days and weeks of the year.
         {At(2024, 3, 3), 0, "%W %B %wm %ws", "7 Sun 09 09", "Sunday reads 7"},
         {At(2025, 1, 1), 0, "%B %wm %ws", "Wed 01 01"},
-        {At(2025, 1, 5), 0, "%B %wm %ws", "Sun 01 01"},
         {At(2025, 1, 6), 0, "%B %wm", "Mon 01", "the first whole week shares number 1"},
-        {At(2025, 1, 12), 0, "%ws", "02"},
-        {At(2025, 1, 13), 0, "%wm", "02"},
         {At(2024, 12, 31), 0, "%D %wm %ws", "366 53 52"},
-        // Sub-second digits keep their width.
         {At(2024, 1, 1, 0, 0, 0, 999), 0, "%S.%ms|%us", "00.000|000999"},
-        {At(2024, 1, 1, 0, 0, 0, 999999), 0, "%ms", "999"},
     };
     for (const TimeCase& c : cases) {
         EXPECT_EQ(Str(c.time.Format(stringEx::view(c.format), c.zone)), c.expected)
@@ -105,17 +85,12 @@ TEST(TimeFormat, TheExpansionAroundEscapes) {
         const char* expected;
         const char* why;
     } cases[] = {
-        {"", "", "empty text"},
-        {"no escapes", "no escapes", ""},
         {"%%", "%", "a doubled escape is one percent sign"},
         {"%%Y", "%Y", "and is not read as an escape"},
         {"100%", "100", "a final percent sign is dropped"},
-        {"%", "", ""},
         {"%Q", "Q", "unknown: the percent sign goes, the letter stays"},
         {"%wx", "wx", "w alone is no name"},
         {"%Ms", "03s", "case counts: M is the month, ms the millisecond"},
-        {"%ms", "250", ""},
-        {"%Y%", "2024", ""},
         {"%Y%M", "202403", "escapes back to back"},
     };
     for (const auto& c : cases)
@@ -124,11 +99,6 @@ TEST(TimeFormat, TheExpansionAroundEscapes) {
 
 TEST(TimeFormat, StringsItIsHanded) {
     const CTime t = At(2024, 3, 5);
-    // A literal view as the text is copied, never written.
-    char literal[] = "%Y-%M";
-    EXPECT_EQ(Str(t.Format(stringEx::view(literal), 0)), "2024-03");
-    EXPECT_STREQ(literal, "%Y-%M");
-
     // FormatTo over a view gets a block of its own.
     char borrowed[] = "borrowed memory";
     stringEx output = stringEx::view(borrowed);
@@ -147,11 +117,10 @@ TEST(TimeFormat, StringsItIsHanded) {
 
     // A shared text stays as it was.
     const stringEx shared("%Y");
-    const stringEx copy = shared;
     stringEx sameBlock = shared;
     t.FormatTo(sameBlock, sameBlock, 0);
     EXPECT_EQ(Str(sameBlock), "2024");
-    EXPECT_EQ(Str(copy), "%Y");
+    EXPECT_EQ(Str(shared), "%Y");
 }
 
 struct SpanCase {
@@ -166,18 +135,14 @@ TEST(SpanFormat, Escapes) {
     const SpanCase cases[] = {
         {90061000000, "%TH %PH %PM %PS", "25 01 01 01", "1 day 1 hour 1 minute 1 second"},
         {90061000000, "%TD %PD %W %TM %TS", "1 1 0 1501 90061"},
-        {Orlo::kUsPerHour, "%TH|%sTH", "01|1"},
         {0, "%TH|%sTH|%W|%TD|%PD|%Pms|%Pus|%Tus", "00|0|0|0|0|000|000|0"},
         {kMixed, "%W %TD %PD %TH %PH", "1 8 1 195 03"},
         {kMixed, "%Tms %Pms %Tus %Pus", "702000001 001 702000001500 500"},
-        {100 * Orlo::kUsPerHour, "%TH %sTH", "100 100"},
-        // Negative spans: signed totals, parts of the magnitude.
         {-90 * Orlo::kUsPerMinute, "%TH:%PM", "-01:30"},
         {-90 * Orlo::kUsPerMinute, "%sTH %TM %PS", "-1 -90 00"},
         {-500, "%TS.%Pms%Pus", "0.000500", "a total of 0 has no sign"},
         {std::numeric_limits<int64_t>::min(), "%Tus", "-9223372036854775808"},
         {std::numeric_limits<int64_t>::max(), "%W %Pus", "15250284 807"},
-        // Names the span doesn't know.
         {Orlo::kUsPerSecond, "%X|%T|%sth|%Tmsx|%%TS", "X|T|sth|1000x|%TS"},
     };
     for (const SpanCase& c : cases) {
@@ -185,8 +150,6 @@ TEST(SpanFormat, Escapes) {
             << c.format << " of " << c.us << " " << c.why;
     }
 }
-
-// ---- bad input ---------------------------------------------------------------------------
 
 TEST(FormatBadInput, AnyTextAndAnyRecordFormatWithoutACrash) {
     std::mt19937_64 random(99);

@@ -1,10 +1,10 @@
-// Helpers for the CDir tests: a temporary tree that is removed however the
-// test ends, plain POSIX file helpers that don't go through the code under
-// test, and a forked child for what must not run in the test process (a
-// call that might hang, or one that must run without root's privileges).
+// Helpers for the file module tests: a temporary directory removed however
+// the test ends, raw file access that doesn't go through the code under
+// test, a catcher for what a call throws, a forked child with a deadline,
+// a logger that keeps its records, and guards for process-wide state.
 
-#ifndef ORLO_TESTS_FILE_DIR_TEST_SUPPORT_H
-#define ORLO_TESTS_FILE_DIR_TEST_SUPPORT_H
+#ifndef ORLO_TESTS_FILE_FILE_TEST_SUPPORT_H
+#define ORLO_TESTS_FILE_FILE_TEST_SUPPORT_H
 
 #include <fcntl.h>
 #include <ftw.h>
@@ -18,12 +18,15 @@
 
 #include <cstdlib>
 #include <functional>
+#include <memory>
 #include <string>
+#include <vector>
 
 #include "orlo/exceptions.h"
+#include "orlo/log.h"
 #include "orlo/stringEx.h"
 
-namespace dirtest {
+namespace filetest {
 
 inline std::string Str(const Orlo::basic_buffer<char>& s) {
     return std::string(s.c_str(), s.size());
@@ -33,13 +36,13 @@ inline Orlo::stringEx Ex(const std::string& s) {
     return Orlo::stringEx(s.data(), uint32_t(s.size()));
 }
 
-// The message and code of what `call` throws as E, or a failure when it
-// throws nothing.
 struct Thrown {
     std::string message;
     int32_t code = -1;
 };
 
+// The message and code of what `call` throws as E; a failure when it
+// throws nothing.
 template <class E = Orlo::byExp, class Call>
 Thrown Catch(Call&& call) {
     try {
@@ -51,42 +54,35 @@ Thrown Catch(Call&& call) {
     return {};
 }
 
-// A directory made with mkdtemp, removed with all it holds at the end; the
-// permissions that tests take away are given back first.
+// A directory made with mkdtemp, removed with all it holds; permissions
+// that tests take away are given back first.
 class TempTree {
   public:
     TempTree() {
         const char* base = getenv("TMPDIR");
-        std::string pattern = std::string(base && *base ? base : "/tmp") + "/orlo_dir_XXXXXX";
+        std::string pattern = std::string(base && *base ? base : "/tmp") + "/orlo_file_XXXXXX";
         if (!mkdtemp(pattern.data())) ADD_FAILURE() << "mkdtemp failed";
         root = pattern;
     }
     ~TempTree() {
-        nftw(root.c_str(), Unlock, 16, FTW_PHYS);
-        nftw(root.c_str(), Remove, 16, FTW_DEPTH | FTW_PHYS);
+        nftw(
+            root.c_str(),
+            [](const char* path, const struct stat*, int type, FTW*) {
+                if (type == FTW_D || type == FTW_DNR) chmod(path, 0700);
+                return 0;
+            },
+            16, FTW_PHYS);
+        nftw(
+            root.c_str(),
+            [](const char* path, const struct stat*, int, FTW*) { return remove(path); }, 16,
+            FTW_DEPTH | FTW_PHYS);
     }
     TempTree(const TempTree&) = delete;
     TempTree& operator=(const TempTree&) = delete;
 
-    // root + "/" + relative.
     std::string operator/(const std::string& relative) const { return root + "/" + relative; }
 
     std::string root;
-
-  private:
-    static int Unlock(const char* path, const struct stat* status, int type, FTW*) {
-        if (type == FTW_D || type == FTW_DNR) chmod(path, 0700);
-        (void)status;
-        return 0;
-    }
-    static int Remove(const char* path, const struct stat*, int type, FTW*) {
-        if (type == FTW_DP || type == FTW_D || type == FTW_DNR) {
-            rmdir(path);
-        } else {
-            unlink(path);
-        }
-        return 0;
-    }
 };
 
 inline void PutFile(const std::string& path, const std::string& bytes) {
@@ -101,8 +97,7 @@ inline std::string GetFile(const std::string& path) {
     const int fd = open(path.c_str(), O_RDONLY);
     if (fd < 0) return "<missing>";
     char chunk[65536];
-    ssize_t got;
-    while ((got = read(fd, chunk, sizeof chunk)) > 0)
+    for (ssize_t got; (got = read(fd, chunk, sizeof chunk)) > 0;)
         bytes.append(chunk, size_t(got));
     close(fd);
     return bytes;
@@ -111,6 +106,10 @@ inline std::string GetFile(const std::string& path) {
 inline bool Present(const std::string& path) {
     struct stat status {};
     return lstat(path.c_str(), &status) == 0;
+}
+
+inline bool IsOpenDescriptor(int fd) {
+    return fcntl(fd, F_GETFD) != -1;
 }
 
 // Runs `body` in a forked child and returns its exit status, or 128 + the
@@ -134,9 +133,41 @@ inline int RunInChild(const std::function<int()>& body, bool unprivileged = fals
         _exit(status);
     }
     int status = 0;
-    waitpid(pid, &status, 0);
+    while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+    }
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
+
+struct LogRecord {
+    int level;
+    std::string name, text;
+};
+
+// Installs a log with a logger that keeps every record, for the guard's life.
+class CapturedLog {
+  public:
+    CapturedLog() : m_logger(std::make_shared<Keeper>()) {
+        auto log = std::make_shared<Orlo::CLog>();
+        log->PushLogger(m_logger);
+        Orlo::CLog::SetCurrent(log);
+    }
+    CapturedLog(const CapturedLog&) = delete;
+    CapturedLog& operator=(const CapturedLog&) = delete;
+    ~CapturedLog() { Orlo::CLog::SetCurrent(nullptr); }
+
+    const std::vector<LogRecord>& records() const { return m_logger->records; }
+
+  private:
+    struct Keeper : Orlo::ILogger {
+        bool Write(const Orlo::CTime&, int level, const Orlo::stringEx& name,
+                   const Orlo::stringEx& text) override {
+            records.push_back({level, Str(name), Str(text)});
+            return true;
+        }
+        std::vector<LogRecord> records;
+    };
+    std::shared_ptr<Keeper> m_logger;
+};
 
 // Keeps the working directory and restores it at the end.
 class WorkDirGuard {
@@ -152,7 +183,7 @@ class WorkDirGuard {
     int m_fd;
 };
 
-// Sets or clears an environment variable and puts the old value back.
+// Sets (or with null clears) an environment variable and puts the old value back.
 class EnvGuard {
   public:
     EnvGuard(const char* name, const char* value) : m_name(name) {
@@ -181,6 +212,6 @@ class EnvGuard {
     bool m_had = false;
 };
 
-}  // namespace dirtest
+}  // namespace filetest
 
-#endif  // ORLO_TESTS_FILE_DIR_TEST_SUPPORT_H
+#endif  // ORLO_TESTS_FILE_FILE_TEST_SUPPORT_H
