@@ -58,23 +58,10 @@ struct ElementCase {
 };
 
 const ElementCase kElementCases[] = {
-    {"a", 'a'},
-    {"-", '-'},
-    {"hyphen", '-'},
-    {"hyphen-minus", '-'},
-    {"NUL", 0},
-    {"alert", 7},
-    {"ESC", 27},
-    {"space", ' '},
-    {"left-square-bracket", '['},
-    {"tilde", '~'},
-    {"DEL", 127},
-    {"nosuchname", -1},
-    {"", -1},
-    {"Hyphen", -1},  // names are case-sensitive
-    {"hyphe", -1},   // and matched by their whole length
+    {"a", 'a'},      {"hyphen", '-'},    {"NUL", 0},
+    {"DEL", 127},    {"nosuchname", -1}, {"Hyphen", -1},  // names are case-sensitive
+    {"hyphe", -1},                                        // and matched by their whole length
     {"hyphen-", -1},
-    {"A", 'A'},
 };
 
 TYPED_TEST(ClassesTest, ElementLooksUpCollatingNames) {
@@ -118,47 +105,6 @@ TYPED_TEST(ClassesTest, CaseFoldingWidensLowerAndUpperToAlpha) {
     }
 }
 
-struct NarrowClassCase {
-    const char* name;
-    std::string members;
-};
-
-const std::string kPunct = "!\"#$%&'()*+,-./:;<=>?@[\\]^_`{|}~";
-const std::string kLetters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
-
-std::string Controls() {
-    std::string controls;
-    for (int c = 1; c < 32; ++c)
-        controls += char(c);
-    return controls + '\177';
-}
-
-const NarrowClassCase kNarrowClasses[] = {
-    {"alnum", kLetters + "0123456789"},
-    {"alpha", kLetters},
-    {"blank", " \t"},
-    {"cntrl", Controls()},
-    {"digit", "0123456789"},
-    {"graph", kLetters + "0123456789" + kPunct},
-    {"lower", "abcdefghijklmnopqrstuvwxyz"},
-    {"print", kLetters + "0123456789" + kPunct + " "},
-    {"punct", kPunct},
-    {"space", "\t\n\v\f\r "},
-    {"upper", "ABCDEFGHIJKLMNOPQRSTUVWXYZ"},
-    {"xdigit", "0123456789ABCDEFabcdef"},
-};
-
-TEST(NarrowClasses, MembersInTheCLocale) {
-    ASSERT_STREQ(setlocale(LC_CTYPE, nullptr), "C");
-    for (const NarrowClassCase& row : kNarrowClasses) {
-        Compilation<char> c;
-        const cvec<char>* cv = ClassNamed(c, row.name, false);
-        ASSERT_NE(cv, nullptr) << row.name;
-        EXPECT_EQ(Chars(cv), CharsOf(row.members)) << row.name;
-        EXPECT_EQ(cv->nranges, 0);
-    }
-}
-
 class CtypeLocale {
   public:
     explicit CtypeLocale(const char* name) : m_ok(setlocale(LC_CTYPE, name) != nullptr) {}
@@ -169,33 +115,38 @@ class CtypeLocale {
     bool m_ok;
 };
 
-// Outside "C" the members come from the C library's tests over all 256
-// bytes. In a UTF-8 locale those agree with the "C" strings on single
-// bytes, except that the test counts NUL as a control, which the string
-// leaves out; blank has no test and keeps its string.
-TEST(NarrowClasses, OtherLocalesAskTheCLibrary) {
-    const CtypeLocale locale("C.UTF-8");
-    if (!locale.ok()) GTEST_SKIP() << "no C.UTF-8 locale";
-    for (const NarrowClassCase& row : kNarrowClasses) {
-        Compilation<char> c;
-        const cvec<char>* cv = ClassNamed(c, row.name, false);
-        ASSERT_NE(cv, nullptr) << row.name;
-        std::multiset<uint32_t> expected = CharsOf(row.members);
-        if (std::string(row.name) == "cntrl") expected.insert(0);
-        EXPECT_EQ(Chars(cv), expected) << row.name;
-    }
-}
+// Spot checks in the "C" locale, and in C.UTF-8, where the C library's tests
+// are asked and count NUL as a control; blank has no test there.
+struct NarrowClassCase {
+    const char* name;
+    std::string members, others;
+};
 
-// print has the members of alnum: a kept quirk of the wide tables.
-TEST(WideClasses, PrintIsAlnum) {
-    Compilation<wchar_t> c;
-    const cvec<wchar_t>* alnum = ClassNamed(c, "alnum", false);
-    const std::multiset<uint32_t> alnum_chars = Chars(alnum);
-    const std::vector<wchar_t> alnum_ranges(alnum->ranges, alnum->ranges + 2 * alnum->nranges);
-    const cvec<wchar_t>* print = ClassNamed(c, "print", false);
-    EXPECT_EQ(Chars(print), alnum_chars);
-    EXPECT_EQ(std::vector<wchar_t>(print->ranges, print->ranges + 2 * print->nranges),
-              alnum_ranges);
+const NarrowClassCase kNarrowClasses[] = {
+    {"alnum", "aZ09", "_ -"},    {"blank", " \t", "\n\v"},   {"cntrl", "\x01\x1f\x7f", " a"},
+    {"graph", "a~!", " \x7f"},   {"print", "a~ ", "\t\x7f"}, {"punct", "!_~", "a0 "},
+    {"space", "\t\r ", "a\x1f"}, {"upper", "AZ", "az"},      {"xdigit", "09aFf", "gG"},
+};
+
+TEST(NarrowClasses, MembersInTheCAndUtf8Locales) {
+    for (const char* name : {"C", "C.UTF-8"}) {
+        SCOPED_TRACE(name);
+        const CtypeLocale locale(name);
+        if (!locale.ok()) continue;
+        for (const NarrowClassCase& row : kNarrowClasses) {
+            Compilation<char> c;
+            const cvec<char>* cv = ClassNamed(c, row.name, false);
+            ASSERT_NE(cv, nullptr) << row.name;
+            const std::multiset<uint32_t> got = Chars(cv);
+            for (uint32_t ch : CharsOf(row.members))
+                EXPECT_EQ(got.count(ch), 1u) << row.name << " " << ch;
+            for (uint32_t ch : CharsOf(row.others))
+                EXPECT_EQ(got.count(ch), 0u) << row.name << " " << ch;
+            EXPECT_EQ(got.count(0),
+                      std::string(name) == "C" ? 0u : row.name == std::string("cntrl"))
+                << row.name;
+        }
+    }
 }
 
 // ---- ranges and cases ------------------------------------------------------
@@ -209,9 +160,7 @@ struct RangeCase {
 
 const RangeCase kRangeCases[] = {
     {'a', 'z', false, ""},
-    {'a', 'a', false, ""},
     {'z', 'a', false, "", REG_ERANGE},
-    {'z', 'a', true, "", REG_ERANGE},
     {'Y', 'b', true, "YyZz[\\]^_`aAbB"},
 };
 
@@ -244,23 +193,18 @@ TEST(NarrowRanges, CompareSignedBytes) {
 }
 
 // Former fault: a run of letters with three case forms each (DZ, Dz, dz
-// and their kin) needs more room than two entries per character.
-TEST(WideRanges, TitleCaseLettersFitTheVector) {
+// and their kin) needs more room than two entries per character. A range
+// over the whole plane needs no cases at all.
+TEST(WideRanges, CaseFolding) {
     Compilation<wchar_t> c;
     const cvec<wchar_t>* cv = range(&c.v, wchar_t(0x1c4), wchar_t(0x1cc), true);
     ASSERT_NE(cv, nullptr);
     EXPECT_LE(cv->nchrs, cv->chrspace);
-    EXPECT_EQ(cv->nchrs, 27);
     const std::multiset<uint32_t> got = Chars(cv);
     EXPECT_EQ(std::set<uint32_t>(got.begin(), got.end()).size(), 9u);
-}
-
-TEST(WideRanges, ARangeOverThePlaneNeedsNoCases) {
-    Compilation<wchar_t> c;
-    const cvec<wchar_t>* cv = range(&c.v, wchar_t(0x20), wchar_t(0x12000), true);
+    cv = range(&c.v, wchar_t(0x20), wchar_t(0x12000), true);
     ASSERT_NE(cv, nullptr);
     EXPECT_EQ(cv->nchrs, 0);
-    EXPECT_EQ(cv->nranges, 1);
 }
 
 struct CasesRow {
@@ -270,14 +214,9 @@ struct CasesRow {
 };
 
 const CasesRow kCasesRows[] = {
-    {'a', {'a', 'A'}, {'a', 'A'}},
-    {'Q', {'q', 'Q'}, {'q', 'Q'}},
-    {'5', {'5'}, {'5'}},
+    {'a', {'a', 'A'}, {'a', 'A'}},      {'5', {'5'}, {'5'}},
     {0xe9, {0xe9}, {0xe9, 0xc9}},  // no case for high bytes in the "C" locale
-    {0x1c4, {}, {0x1c6, 0x1c4, 0x1c5}},
-    {0x1c5, {}, {0x1c6, 0x1c4, 0x1c5}},
-    {0x1c6, {}, {0x1c6, 0x1c4, 0x1c5}},
-    {0xdf, {0xdf}, {0xdf}},
+    {0x1c4, {}, {0x1c6, 0x1c4, 0x1c5}}, {0xdf, {0xdf}, {0xdf}},
 };
 
 TEST(Allcases, EveryCaseOnce) {
@@ -301,10 +240,8 @@ TYPED_TEST(ClassesTest, EquivalenceClassesAreTheCharacter) {
     } rows[] = {
         {0, 'q', false, "q"},
         {0, 'q', true, "qQ"},
-        {0, 'x', false, "x"},
         {Orlo::REG_FAKE, 'x', false, "xy"},
         {Orlo::REG_FAKE, 'x', true, "xyXY"},
-        {Orlo::REG_FAKE, 'q', true, "qQ"},
     };
     for (const auto& row : rows) {
         Compilation<TypeParam> c(row.cflags);
@@ -321,8 +258,10 @@ TYPED_TEST(ClassesTest, ComparatorsForBackReferences) {
         const char* b;
         bool exact, blind;
     } rows[] = {
-        {"abc", "abc", true, true},  {"abc", "abd", false, false}, {"ABC", "abc", false, true},
-        {"a1!", "A1!", false, true}, {"", "", true, true},
+        {"abc", "abc", true, true},
+        {"abc", "abd", false, false},
+        {"ABC", "abc", false, true},
+        {"", "", true, true},
     };
     for (const auto& row : rows) {
         const auto a = Text<TypeParam>(row.a);
@@ -333,8 +272,7 @@ TYPED_TEST(ClassesTest, ComparatorsForBackReferences) {
 }
 
 TEST(WideComparators, FoldThroughUnicode) {
-    const std::wstring upper = L"\x391\x392\x393\xc9";
-    const std::wstring lower = L"\x3b1\x3b2\x3b3\xe9";
+    const std::wstring upper = L"\x391\xc9", lower = L"\x3b1\xe9";
     EXPECT_NE(cmp(upper.data(), lower.data(), upper.size()), 0);
     EXPECT_EQ(casecmp(upper.data(), lower.data(), upper.size()), 0);
 }

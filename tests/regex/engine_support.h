@@ -1,6 +1,5 @@
 // Test support for the engine's internals: a compilation context that the
-// tests drive by hand instead of a parser, a printer of compact automata
-// for failure messages, and a simulator that runs a compact automaton over
+// tests drive by hand instead of a parser, and a simulator that runs a compact automaton over
 // a sequence of colours the way the matcher feeds it.
 
 #ifndef ORLO_TESTS_REGEX_ENGINE_SUPPORT_H
@@ -33,7 +32,6 @@
 
 #include <cstdint>
 #include <set>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -152,25 +150,6 @@ inline bool Accepts(const cnfa& cn, const std::vector<color>& colours) {
         now = std::move(next);
     }
     return now.count(cn.post) != 0;
-}
-
-// "pre 1 post 0 colours 7\n  0 [.]: 3>2 4>2\n  1 [np]: ...", one line per
-// state; "np" marks a no-progress header; LACON arcs print as "L<index>".
-inline std::string Dump(const cnfa& cn) {
-    std::ostringstream out;
-    out << "pre " << cn.pre << " post " << cn.post << " colours " << cn.ncolors
-        << (cn.flags & HASLACONS ? " lacons" : "") << "\n";
-    for (int s = 0; s < cn.nstates; ++s) {
-        out << "  " << s << (cn.states[s]->co ? " [np]:" : " [.]:");
-        for (const carc* ca = cn.states[s] + 1; ca->co != COLORLESS; ++ca) {
-            if (ca->co >= cn.ncolors)
-                out << " L" << ca->co - cn.ncolors << ">" << ca->to;
-            else
-                out << " " << ca->co << ">" << ca->to;
-        }
-        out << "\n";
-    }
-    return out.str();
 }
 
 // Every state of the list, in order.

@@ -95,17 +95,26 @@ struct LexResult {
     std::string faults;  // broken promises of the stepping contract
 };
 
+// A lexer started on `pattern`, as the parser starts one.
 template <class CharT>
-LexResult Lex(int flags, const std::string& pattern, int groups = 0) {
-    const std::basic_string<CharT> text = Widen<CharT>(pattern);
+struct Lexing {
+    Lexing(int flags, const std::string& pattern, int groups = 0) : text(Widen<CharT>(pattern)) {
+        v.re = &re;
+        v.cflags = flags;
+        v.now = text.data();
+        v.stop = text.data() + text.size();
+        v.nsubexp = groups;
+        lexstart(&v);
+    }
+    const std::basic_string<CharT> text;
     Orlo::regex_t re{};
     parse_vars<CharT> v{};
-    v.re = &re;
-    v.cflags = flags;
-    v.now = text.data();
-    v.stop = text.data() + text.size();
-    v.nsubexp = groups;
-    lexstart(&v);
+};
+
+template <class CharT>
+LexResult Lex(int flags, const std::string& pattern, int groups = 0) {
+    Lexing<CharT> l(flags, pattern, groups);
+    parse_vars<CharT>& v = l.v;
     LexResult result;
     for (int n = 0; n < 2000; ++n) {
         if (!result.tokens.empty()) result.tokens += ' ';
@@ -117,7 +126,7 @@ LexResult Lex(int flags, const std::string& pattern, int groups = 0) {
     }
     if (v.savenow != nullptr) result.faults += "still nested at the end; ";
     result.flags = v.cflags;
-    result.notes = re.re_info;
+    result.notes = l.re.re_info;
     result.error = v.err;
     return result;
 }
@@ -149,107 +158,67 @@ constexpr long UNSPEC = REG_UUNSPEC;
 constexpr long UNPORT = REG_UUNPORT;
 constexpr long LOCALE = REG_ULOCALE;
 
-// ---- pattern text ----------------------------------------------------------
+// A hexadecimal escape reads at most 255 digits.
+const std::string kHex256 = "\\x" + std::string(254, '0') + "41";
 
-TYPED_TEST(LexerTest, ExtendedText) {
+constexpr long BACKREF_NOTE = NONPOSIX | REG_UBACKREF;
+constexpr long OCTAL_NOTE = NONPOSIX | UNPORT;
+constexpr long NOTES = NONPOSIX | LOCALE;
+constexpr long IN_BRACKET = NOTES | REG_UBBS;
+constexpr int X = REG_EXPANDED;
+
+// One row per lexing rule, in both instantiations.
+TYPED_TEST(LexerTest, TokenStreams) {
     CheckAll<TypeParam>({
+        // extended text
         {ERE, "", "e"},
         {ERE, "a|b.^$", "p:a | p:b . ^ $ e"},
         {ERE, "a*+?", "p:a *:1 +:1 ?:1 e"},
-        {ERE, "a*?", "p:a *:1 ?:1 e"},  // non-greedy forms are advanced only
         {ERE, "(a)", "(:1 p:a ) e"},
         {ERE | REG_NOSUB, "(a)", "(:0 p:a ) e"},
         {ERE, "()", "(:1 ) e", UNSPEC},
-        {ERE, ")", ") e"},
         {ERE, "(?i)a", "(:1 ?:1 p:i ) p:a e"},  // options need REG_ADVF
         {ERE, "\\.\\a\\1", "p:. p:a p:1 e", REG_UBSALNUM | UNSPEC},
         {ERE, "a\\", "p:a e", 0, REG_EESCAPE},
         {ERE, "a{", "p:a p:{ e", REG_UBRACES | UNSPEC},
-        {ERE, "a{x", "p:a p:{ p:x e", REG_UBRACES | UNSPEC},
-        {ERE, "a{,1}", "p:a p:{ p:, p:1 p:} e", REG_UBRACES | UNSPEC},
         {ERE, "a{1", "p:a { d:1 e", REG_UBOUNDS, REG_EBRACE},
         {ERE, "a{1,23}?", "p:a { d:1 , d:2 d:3 }:1 ?:1 e", REG_UBOUNDS},
-        {ERE, "a{1a}", "p:a { d:1 e", REG_UBOUNDS, REG_BADBR},
-        {ERE, "a{1}{2}", "p:a { d:1 }:1 { d:2 }:1 e", REG_UBOUNDS},
         {ERE, "[[:<:]]a[[:>:]]b", "< p:a > p:b e", NONPOSIX},
         {ERE, "[[:<:]", "[:1 C p:< X:: e", LOCALE, REG_EBRACK},
-    });
-}
-
-TYPED_TEST(LexerTest, AdvancedText) {
-    CheckAll<TypeParam>({
+        // advanced text
         {ARE, "a*?b+?c??", "p:a *:0 p:b +:0 p:c ?:0 e", NONPOSIX},
         {ARE, "a{1}?b{2,}c", "p:a { d:1 }:0 p:b { d:2 , }:1 p:c e", REG_UBOUNDS | NONPOSIX},
         {ARE, "(?:a)(?:)", "(:0 p:a ) (:0 ) e", NONPOSIX | UNSPEC},
         {ARE, "(?=a)(?!b)", "L:1 p:a ) L:0 p:b ) e", NONPOSIX | REG_ULOOKAHEAD},
         {ARE, "a(?#note)b", "p:a p:b e", NONPOSIX},
-        {ARE, "(?#x)(?#y)*", "*:1 e", NONPOSIX},
         {ARE, "a(?#unterminated", "p:a e", NONPOSIX},
         {ARE, "a(?", "p:a e", NONPOSIX, REG_BADRPT},
-        {ARE, "a(?<b)", "p:a e", NONPOSIX, REG_BADRPT},
         {ARE, "a(?i)", "p:a e", NONPOSIX, REG_BADRPT},  // options only at the head
-        {ARE, "a\\", "p:a e", 0, REG_EESCAPE},
-    });
-}
-
-TYPED_TEST(LexerTest, BasicText) {
-    CheckAll<TypeParam>({
-        {BRE, "", "e"},
+        // basic text
         {BRE, "*a*", "p:* p:a *:1 e"},
         {BRE, "\\(*a\\)", "(:1 p:* p:a ) e"},
         {BRE, "^*", "^ p:* e"},
-        {BRE, "a^b", "p:a p:^ p:b e"},
         {BRE, "\\(^a\\)", "(:1 ^ p:a ) e", UNSPEC},
         {BRE, "a$", "p:a $ e"},
-        {BRE, "$$a", "p:$ p:$ p:a e"},
-        {BRE, "\\(a$\\)", "(:1 p:a $ ) e", UNSPEC},
         {BRE, "a|b+c?(d){e}", "p:a p:| p:b p:+ p:c p:? p:( p:d p:) p:{ p:e p:} e"},
-        {BRE, ".[a]*", ". [:1 p:a ] *:1 e"},
         {BRE, "\\<a\\>[[:<:]]", "< p:a > < e", NONPOSIX},
         {BRE, "\\1\\9", "b:1 b:9 e", REG_UBACKREF},
         {BRE, "\\a\\.\\0", "p:a p:. p:0 e", REG_UBSALNUM | UNSPEC},
-        {BRE, "a\\", "p:a e", 0, REG_EESCAPE},
         // The group opener of basic syntax always captures.
         {BRE | REG_NOSUB, "\\(a\\)", "(:1 p:a ) e"},
-    });
-}
-
-TYPED_TEST(LexerTest, LiteralText) {
-    CheckAll<TypeParam>({
+        // literal text
         {Q, "a.*[\\(", "p:a p:. p:* p:[ p:\\ p:( e"},
-        {Q, "***:a", "p:* p:* p:* p:: p:a e"},  // no prefix in literal text
         {Q | REG_EXPANDED, "a #b", "p:a p:#32 p:# p:b e"},
-    });
-}
-
-// ---- bounds ------------------------------------------------------------------
-
-TYPED_TEST(LexerTest, BasicBoundsCloseWithTheLastDigit) {
-    // `\}` has no value of its own: it shows the last digit read, which is
-    // what the parser takes as the bound's preference.
-    CheckAll<TypeParam>({
+        // basic bounds: `\}` shows the last digit read, the bound's preference
         {BRE, "a\\{1,2\\}", "p:a { d:1 , d:2 }:2 e", REG_UBOUNDS},
-        {BRE, "a\\{0,\\}", "p:a { d:0 , }:0 e", REG_UBOUNDS},
-        {BRE, "a\\{0,0\\}", "p:a { d:0 , d:0 }:0 e", REG_UBOUNDS},
-        {BRE, "a\\{1,\\}", "p:a { d:1 , }:1 e", REG_UBOUNDS},
         {BRE, "a\\{10,\\}", "p:a { d:1 d:0 , }:0 e", REG_UBOUNDS},  // the digit, not the number
-        {BRE, "a\\{1\\}*", "p:a { d:1 }:1 *:1 e", REG_UBOUNDS},
         {BRE, "a\\{1", "p:a { d:1 e", REG_UBOUNDS, REG_EBRACE},
         {BRE, "a\\{1}", "p:a { d:1 e", REG_UBOUNDS, REG_BADBR},
-        {BRE, "a\\{1\\", "p:a { d:1 e", REG_UBOUNDS, REG_BADBR},
         {BRE, "a\\{x\\}", "p:a { e", REG_UBOUNDS, REG_BADBR},
-    });
-}
-
-// ---- brackets ----------------------------------------------------------------
-
-TYPED_TEST(LexerTest, Brackets) {
-    CheckAll<TypeParam>({
+        // brackets
         {ERE, "[]a]", "[:1 p:] p:a ] e"},
-        {ERE, "[^]a]", "[:0 p:] p:a ] e"},
         {ERE, "[a-z]", "[:1 p:a R p:z ] e"},
         {ERE, "[-a-]", "[:1 p:- p:a p:- ] e"},
-        {ERE, "[.[a]", "[:1 p:. p:[ p:a ] e"},
         {ERE, "[[.-.][=a=][:alpha:]]", "[:1 I p:- X:. E p:a X:= C p:a p:l p:p p:h p:a X:: ] e",
          LOCALE},
         {ERE, "[[.a].]]", "[:1 I p:a p:] X:. ] e"},
@@ -258,131 +227,67 @@ TYPED_TEST(LexerTest, Brackets) {
         {ERE | REG_EXPANDED, "[ #]", "[:1 p:#32 p:# ] e"},      // no skipping inside
         {ERE, "[\\d]", "[:1 p:\\ p:d ] e", REG_UBBS},           // no escapes without ADVF
         {ERE, "[a", "[:1 p:a e", 0, REG_EBRACK},
-        {ERE, "[a[", "[:1 p:a e", 0, REG_EBRACK},
-        {ERE, "[[.a", "[:1 I p:a e", 0, REG_EBRACK},
-        {ERE, "[[=a=", "[:1 E p:a p:= e", LOCALE, REG_EBRACK},
         {ERE, "[\\", "[:1 p:\\ e", REG_UBBS, REG_EBRACK},
         {ARE, "[\\", "[:1 e", REG_UBBS | NONPOSIX, REG_EESCAPE},
-    });
-}
-
-// ---- escapes -------------------------------------------------------------------
-
-TYPED_TEST(LexerTest, Escapes) {
-    std::string hex256 = "\\x";
-    hex256.append(254, '0').append("41");
-    CheckAll<TypeParam>({
+        // escapes
         {ARE, "\\.\\*\\\\\\-", "p:. p:* p:\\ p:- e"},
         {ARE, "\\\xe9", "p:#233 e", 0, REG_OKAY, kSameFlags, 0, "p:#-23 e"},
         {ARE, "\\a\\e", "p:#7 p:#27 e", NONPOSIX | LOCALE | UNPORT},
         {ARE, "\\b\\B\\f\\n\\r\\t\\v", "p:#8 p:\\ p:#12 p:#10 p:#13 p:#9 p:#11 e", NONPOSIX},
-        {ARE, "\\A\\Z\\m\\M", "A Z < > e", NONPOSIX},
         {ARE, "\\y\\Y", "w W e", NONPOSIX | LOCALE},
         {ARE, "\\cA\\c[\\c\xe1", "p:#1 p:#27 p:#1 e", NONPOSIX | UNPORT},
         {ARE, "\\c", "e", NONPOSIX | UNPORT, REG_EESCAPE},
         {ARE, "\\u00411\\U00000042", "p:A p:1 p:B e", NONPOSIX},
-        {ARE, "\\u00e9", "p:#233 e", NONPOSIX, REG_OKAY, kSameFlags, 0, "p:#-23 e"},
         {ARE, "\\U0001F600", "p:#128512 e", NONPOSIX, REG_OKAY, kSameFlags, 0, "p:#0 e"},
         {ARE, "\\u004", "e", NONPOSIX, REG_EESCAPE},
-        {ARE, "\\u004g", "e", NONPOSIX, REG_EESCAPE},
-        {ARE, "\\U0000004", "e", NONPOSIX, REG_EESCAPE},
         {ARE, "\\x41\\x4g", "p:A p:#4 p:g e", NONPOSIX | UNPORT},
         {ARE, "\\x141", "p:#321 e", NONPOSIX | UNPORT, REG_OKAY, kSameFlags, 0, "p:A e"},
-        {ARE, "\\xff", "p:#255 e", NONPOSIX | UNPORT, REG_OKAY, kSameFlags, 0, "p:#-1 e"},
-        {ARE, hex256, "p:#4 p:1 e", NONPOSIX | UNPORT},  // at most 255 digits
+        {ARE, kHex256, "p:#4 p:1 e", NONPOSIX | UNPORT},  // at most 255 digits
         {ARE, "\\xg", "e", NONPOSIX | UNPORT, REG_EESCAPE},
         {ARE, "\\0\\0101\\08", "p:#0 p:#8 p:1 p:#0 p:8 e", NONPOSIX | UNPORT},
         {ARE, "\\q", "e", NONPOSIX, REG_EESCAPE},
-        {ARE, "\\E", "e", NONPOSIX, REG_EESCAPE},
-        {ARE, "\\z", "e", NONPOSIX, REG_EESCAPE},
-    });
-}
-
-TYPED_TEST(LexerTest, BackReferencesAndOctal) {
-    constexpr long BACKREF_NOTE = NONPOSIX | REG_UBACKREF;
-    constexpr long OCTAL_NOTE = NONPOSIX | UNPORT;
-    CheckAll<TypeParam>({
+        // back references and octal
         {ARE, "\\9", "b:9 e", BACKREF_NOTE},  // one digit is always a reference
         {ARE, "\\12", "p:#10 e", OCTAL_NOTE, REG_OKAY, kSameFlags, 11},
         {ARE, "\\12", "b:12 e", BACKREF_NOTE, REG_OKAY, kSameFlags, 12},
-        {ARE, "\\101", "p:A e", OCTAL_NOTE},
-        {ARE, "\\1104", "p:H p:4 e", OCTAL_NOTE},  // octal takes three digits
-        {ARE, "\\18", "p:#1 p:8 e", OCTAL_NOTE},
+        {ARE, "\\1104", "p:H p:4 e", OCTAL_NOTE},     // octal takes three digits
         {ARE, "\\81", "e", OCTAL_NOTE, REG_EESCAPE},  // no octal digit at all
         // The number is compared after the cut to CharT: narrow 256 is 0.
         {ARE, "\\256", "p:#174 e", OCTAL_NOTE, REG_OKAY, kSameFlags, 0, "b:0 e", BACKREF_NOTE},
         {ARE, "\\200", "p:#128 e", OCTAL_NOTE, REG_OKAY, kSameFlags, 0, "b:-56 e", BACKREF_NOTE},
         {ARE, "[\\1]", "[:1 e", BACKREF_NOTE | REG_UBBS, REG_EESCAPE},
-    });
-}
-
-TYPED_TEST(LexerTest, ClassEscapes) {
-    constexpr long NOTES = NONPOSIX | LOCALE;
-    constexpr long IN_BRACKET = NOTES | REG_UBBS;
-    CheckAll<TypeParam>({
+        // class escapes
         {ARE, "\\d+", "[:1 C p:d p:i p:g p:i p:t X:: ] +:1 e", NOTES},
-        {ARE, "\\s", "[:1 C p:s p:p p:a p:c p:e X:: ] e", NOTES},
         {ARE, "a\\wb", "p:a [:1 C p:a p:l p:n p:u p:m X:: p:_ ] p:b e", NOTES},
         {ARE, "\\D", "[:0 C p:d p:i p:g p:i p:t X:: ] e", NOTES},
-        {ARE, "\\S", "[:0 C p:s p:p p:a p:c p:e X:: ] e", NOTES},
-        {ARE, "\\W", "[:0 C p:a p:l p:n p:u p:m X:: p:_ ] e", NOTES},
         {ARE, "[\\d]", "[:1 C p:d p:i p:g p:i p:t X:: ] e", IN_BRACKET},
-        {ARE, "[x\\s]", "[:1 p:x C p:s p:p p:a p:c p:e X:: ] e", IN_BRACKET},
         {ARE, "[\\w-z]", "[:1 C p:a p:l p:n p:u p:m X:: p:_ R p:z ] e", IN_BRACKET},
         {ARE, "[\\d", "[:1 C p:d p:i p:g p:i p:t X:: e", IN_BRACKET, REG_EBRACK},
         {ARE, "[\\D]", "[:1 e", IN_BRACKET, REG_EESCAPE},
-        {ARE, "[\\S]", "[:1 e", IN_BRACKET, REG_EESCAPE},
-        {ARE, "[\\W]", "[:1 e", IN_BRACKET, REG_EESCAPE},
         {ARE, "[\\m]", "[:1 e", NONPOSIX | REG_UBBS, REG_EESCAPE},
-        {ARE, "[\\A]", "[:1 e", NONPOSIX | REG_UBBS, REG_EESCAPE},
         {ARE, "[\\n\\x41\\]]", "[:1 p:#10 p:A p:] ] e", NONPOSIX | REG_UBBS | UNPORT},
-    });
-}
-
-// ---- expanded syntax -------------------------------------------------------------
-
-TYPED_TEST(LexerTest, ExpandedSkipsBlanksAndComments) {
-    constexpr int X = REG_EXPANDED;
-    CheckAll<TypeParam>({
-        {ERE | X, "ab", "p:a p:b e"},
+        // expanded skips blanks and comments
         {ERE | X, " a b\t#c\n\vc #d", "p:a p:b p:c e", NONPOSIX},
         {ERE | X, "a { 1 , 2 } ", "p:a { d:1 , d:2 }:1 e", NONPOSIX | REG_UBOUNDS},
-        {ERE | X, "a { x", "p:a p:{ p:x e", NONPOSIX | REG_UBRACES | UNSPEC},
         {ARE | X, "a\\ b", "p:a p:#32 p:b e"},
         {BRE | X, "a $ ", "p:a $ e", NONPOSIX},
         {BRE | X, "\\(a $ \\)", "(:1 p:a $ ) e", NONPOSIX | UNSPEC},
-        {BRE | X, "a $ b", "p:a p:$ p:b e", NONPOSIX},
-        {BRE | X, "a\\{ 1 \\}", "p:a { d:1 }:1 e", NONPOSIX | REG_UBOUNDS},
         // Only ASCII white space is skipped; a no-break space is text.
         {ERE | X, " \xa0", "p:#160 e", NONPOSIX, REG_OKAY, kSameFlags, 0, "p:#-96 e"},
-    });
-}
-
-// ---- pattern head ----------------------------------------------------------------
-
-TYPED_TEST(LexerTest, Directors) {
-    CheckAll<TypeParam>({
+        // directors
         {ERE, "***=a.b", "p:a p:. p:b e", NONPOSIX, REG_OKAY, Q},
         {ARE | REG_EXPANDED | REG_NEWLINE | REG_ICASE, "***=a b", "p:a p:#32 p:b e", NONPOSIX,
          REG_OKAY, Q | REG_ICASE},
-        {ARE, "***=(?i)", "p:( p:? p:i p:) e", NONPOSIX, REG_OKAY, Q},
         {BRE, "***:a+?", "p:a +:0 e", NONPOSIX, REG_OKAY, ARE},
         {BRE, "***:(?i)a", "p:a e", NONPOSIX, REG_OKAY, ARE | REG_ICASE},
         {ERE, "***?a", "e", 0, REG_BADPAT},
         {ERE, "***x", "e", 0, REG_BADRPT},
         {ERE, "***", "*:1 *:1 *:1 e"},  // too short to be a director
-    });
-}
-
-TYPED_TEST(LexerTest, EmbeddedOptions) {
-    constexpr int X = REG_EXPANDED;
-    CheckAll<TypeParam>({
+        // embedded options
         {ARE, "(?b)\\(a*", "(:1 p:a *:1 e", NONPOSIX, REG_OKAY, BRE},
         {ARE | REG_ICASE, "(?c)a", "p:a e", NONPOSIX, REG_OKAY, ARE},
         {ARE, "(?e)a*?", "p:a *:1 ?:1 e", NONPOSIX, REG_OKAY, ERE},
         {ARE, "(?i)", "e", NONPOSIX, REG_OKAY, ARE | REG_ICASE},
-        {ARE, "(?m)", "e", NONPOSIX, REG_OKAY, ARE | REG_NEWLINE},
-        {ARE, "(?n)", "e", NONPOSIX, REG_OKAY, ARE | REG_NEWLINE},
         {ARE | REG_NLANCH, "(?p)", "e", NONPOSIX, REG_OKAY, ARE | REG_NLSTOP},
         {ARE | REG_ICASE, "(?q)a.*", "p:a p:. p:* e", NONPOSIX, REG_OKAY, Q | REG_ICASE},
         {ARE | REG_NEWLINE, "(?s)", "e", NONPOSIX, REG_OKAY, ARE},
@@ -392,27 +297,14 @@ TYPED_TEST(LexerTest, EmbeddedOptions) {
         {ARE, "(?wp)", "e", NONPOSIX, REG_OKAY, ARE | REG_NLSTOP},  // the later letter wins
         // Literal text keeps neither blanks nor line anchors, whatever the order.
         {ARE, "(?xmq)a b", "p:a p:#32 p:b e", NONPOSIX, REG_OKAY, Q},
-        {ARE, "(?qxn)a b", "p:a p:#32 p:b e", NONPOSIX, REG_OKAY, Q},
         {ARE, "(?qe)a+", "p:a +:1 e", NONPOSIX, REG_OKAY, ERE},
         {ARE, "(?=a)", "L:1 p:a ) e", NONPOSIX | REG_ULOOKAHEAD},  // not an option group
-    });
-}
-
-TYPED_TEST(LexerTest, BadEmbeddedOptions) {
-    CheckAll<TypeParam>({
+        // bad embedded options
         {ARE, "(?z)a", "e", NONPOSIX, REG_BADOPT},
         {ARE, "(?i", "e", NONPOSIX, REG_BADOPT, ARE | REG_ICASE},
-        {ARE, "(?i-x)a", "e", NONPOSIX, REG_BADOPT, ARE | REG_ICASE},
         {ARE, "(?1)", "e", NONPOSIX, REG_BADRPT},  // a digit opens no option group
-        {ARE, "(?i)(?x)", "e", NONPOSIX, REG_BADRPT, ARE | REG_ICASE},
-    });
-}
-
-TYPED_TEST(LexerTest, AnchoredCompileStartsWithStringBegin) {
-    CheckAll<TypeParam>({
-        {ERE | REG_BOSONLY, "", "A e"},
+        // anchored compile starts with string begin
         {ERE | REG_BOSONLY, "a", "A p:a e"},
-        {Q | REG_BOSONLY, "^", "A p:^ e"},
         // The implicit anchor is the first token, so a basic `^` after it is
         // text and a `*` has something to repeat.
         {BRE | REG_BOSONLY, "^*", "A p:^ *:1 e"},
@@ -420,45 +312,27 @@ TYPED_TEST(LexerTest, AnchoredCompileStartsWithStringBegin) {
     });
 }
 
-// ---- stepping ----------------------------------------------------------------------
-
 TYPED_TEST(LexerTest, ErrorsAreStickyAndFirstWins) {
-    using CharT = TypeParam;
-    const std::basic_string<CharT> text = Widen<CharT>("a{1x");
-    Orlo::regex_t re{};
-    parse_vars<CharT> v{};
-    v.re = &re;
-    v.cflags = ERE;
-    v.now = text.data();
-    v.stop = text.data() + text.size();
-    lexstart(&v);
-    while (next_token(&v) != 0) {
+    Lexing<TypeParam> l(ERE, "a{1x");
+    while (next_token(&l.v) != 0) {
     }
-    EXPECT_EQ(v.err, REG_BADBR);
-    set_error(&v, REG_ESPACE);
-    EXPECT_EQ(next_token(&v), 0);
-    EXPECT_EQ(v.nexttype, EOS);
-    EXPECT_EQ(v.err, REG_BADBR);
+    EXPECT_EQ(l.v.err, REG_BADBR);
+    set_error(&l.v, REG_ESPACE);
+    EXPECT_EQ(next_token(&l.v), 0);
+    EXPECT_EQ(l.v.nexttype, EOS);
+    EXPECT_EQ(l.v.err, REG_BADBR);
 }
 
 TYPED_TEST(LexerTest, WordCharactersAreReadInPlaceOfThePattern) {
-    using CharT = TypeParam;
-    const std::basic_string<CharT> text = Widen<CharT>("ab");
-    Orlo::regex_t re{};
-    parse_vars<CharT> v{};
-    v.re = &re;
-    v.cflags = BRE;
-    v.now = text.data();
-    v.stop = text.data() + text.size();
-    lexstart(&v);
-    lexword(&v);
-    std::string tokens = Describe(v.nexttype, long(v.nextvalue));
-    while (v.nexttype != EOS && next_token(&v))
-        tokens.append(" ").append(Describe(v.nexttype, long(v.nextvalue)));
+    Lexing<TypeParam> l(BRE, "ab");
+    lexword(&l.v);
+    std::string tokens = Describe(l.v.nexttype, long(l.v.nextvalue));
+    while (l.v.nexttype != EOS && next_token(&l.v))
+        tokens.append(" ").append(Describe(l.v.nexttype, long(l.v.nextvalue)));
     EXPECT_EQ(tokens, "p:a [:1 C p:a p:l p:n p:u p:m X:: p:_ ] p:b e");
-    EXPECT_EQ(v.err, REG_OKAY);
-    EXPECT_EQ(v.lexcon, L_BRE);
-    EXPECT_EQ(v.savenow, nullptr);
+    EXPECT_EQ(l.v.err, REG_OKAY);
+    EXPECT_EQ(l.v.lexcon, L_BRE);
+    EXPECT_EQ(l.v.savenow, nullptr);
 }
 
 }  // namespace

@@ -10,8 +10,6 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
-#include <cstdio>
-#include <cstdlib>
 #include <functional>
 #include <set>
 #include <string>
@@ -65,29 +63,16 @@ constexpr int kLabel = EMPTY;
 
 // ---- arcs ------------------------------------------------------------------
 
-// Ten arcs live in the state; more come in batches of ten; freed arcs are
-// reused before anything new is taken.
-TYPED_TEST(NfaTest, ArcsComeFromTheStateThenBatchesThenTheFreeList) {
+// Freed arcs are reused before anything new is taken.
+TYPED_TEST(NfaTest, FreedArcsAreRecycled) {
     Compilation<TypeParam> c;
     state* from = newstate(c.nfa);
-    std::vector<state*> targets;
-    for (int i = 0; i < 25; ++i) {
-        targets.push_back(newstate(c.nfa));
-        newarc(c.nfa, PLAIN, WHITE, from, targets.back());
-    }
-    EXPECT_EQ(from->nouts, 25);
-    EXPECT_EQ(from->noas, ABSIZE);
-    int batches = 0;
-    for (const arcbatch* b = from->oas.next; b; b = b->next)
-        ++batches;
-    EXPECT_EQ(batches, 2);
-    EXPECT_EQ(from->oas.a[0].to, targets[0]) << "the first arc is the state's own";
-
+    for (int i = 0; i < 25; ++i)
+        newarc(c.nfa, PLAIN, WHITE, from, newstate(c.nfa));
     std::set<arc*> freed;
     for (int i = 0; i < 5; ++i) {
-        arc* a = from->outs;
-        freed.insert(a);
-        freearc(c.nfa, a);
+        freed.insert(from->outs);
+        freearc(c.nfa, from->outs);
     }
     EXPECT_EQ(from->nouts, 20);
     for (int i = 0; i < 5; ++i) {
@@ -185,6 +170,14 @@ std::vector<color> Colours(const Compilation<CharT>& c, const Text& t) {
 }
 
 template <class CharT>
+void ExpectTexts(const cnfa& cn, const Compilation<CharT>& c, const std::vector<Text>& texts) {
+    for (const Text& t : texts)
+        EXPECT_EQ(Accepts(cn, Colours(c, t)), t.match)
+            << std::string(t.text.begin(), t.text.end()) << " notbol " << t.notbol << " noteol "
+            << t.noteol;
+}
+
+template <class CharT>
 std::vector<OptimizeCase<CharT>> OptimizeCases() {
     using C = Compilation<CharT>;
     return {
@@ -215,15 +208,6 @@ std::vector<OptimizeCase<CharT>> OptimizeCases() {
          [](C& c, state* init, state* final) { c.Char('a', c.Then(init, '^', 1), final); },
          0,
          {{U"a", true}, {U"a", false, true}, {U"a", false, false, false, 'x'}}},
-        {"a$ needs a real string end",
-         [](C& c, state* init, state* final) {
-             newarc(c.nfa, '$', 1, c.ThenChar(init, 'a'), final);
-         },
-         0,
-         {{U"a", true},
-          {U"a", false, false, true},
-          {U"ab", false},
-          {U"a", false, false, false, 0, 'b'}}},
         // Pulling ^ back from a state that other arcs also enter must keep
         // those arcs' paths.
         {"(^|x)y",
@@ -298,11 +282,7 @@ TYPED_TEST(NfaTest, OptimizeVerdictsAndLanguages) {
         cnfa cn{};
         compact(c.nfa, &cn);
         ASSERT_EQ(c.v.err, REG_OKAY);
-        for (const Text& t : row.texts)
-            EXPECT_EQ(Accepts(cn, Colours(c, t)), t.match)
-                << "text \"" << std::string(t.text.begin(), t.text.end()) << "\" notbol "
-                << t.notbol << " noteol " << t.noteol << "\n"
-                << Dump(cn);
+        ExpectTexts(cn, c, row.texts);
         freecnfa(&cn);
     }
 }
@@ -371,8 +351,10 @@ void BuildStarThenChar(Compilation<CharT>& c) {  // x*y
 }
 
 // Unless every way out of pre is a string start, a match may begin
-// anywhere: pre loops on every colour and both starts.
-TYPED_TEST(NfaTest, OnlyAnUnanchoredSearchLoopsOnPre) {
+// anywhere: pre loops on every colour and both starts. A successor of pre
+// is then entered from pre only, so being in one means no progress yet;
+// the language is unchanged.
+TYPED_TEST(NfaTest, MakesearchLoopsOnPreAndSplitsItsSuccessors) {
     Compilation<TypeParam> c;
     BuildStarThenChar(c);
     makesearch(&c.v, c.nfa);
@@ -380,23 +362,6 @@ TYPED_TEST(NfaTest, OnlyAnUnanchoredSearchLoopsOnPre) {
     for (color co : {WHITE, c.Colour('x'), c.Colour('y'), c.nfa->bos[0], c.nfa->bos[1]})
         EXPECT_TRUE(HasArc(pre, pre, PLAIN, co)) << co;
     EXPECT_FALSE(HasArc(pre, pre, PLAIN, c.nfa->eos[1]));
-
-    Compilation<TypeParam> anchored;
-    anchored.Char('a', anchored.Then(anchored.nfa->init, '^', 1), anchored.nfa->final);
-    specialcolors(anchored.nfa);
-    ASSERT_EQ(optimize(anchored.nfa, nullptr), 0);
-    makesearch(&anchored.v, anchored.nfa);
-    EXPECT_FALSE(HasArcTo(anchored.nfa->pre, anchored.nfa->pre));
-}
-
-// After makesearch, a successor of pre is entered from pre only, so being
-// in one means no progress yet; the language is unchanged.
-TYPED_TEST(NfaTest, SearchSplitsSuccessorsOfPreThatProgressCanReach) {
-    Compilation<TypeParam> c;
-    BuildStarThenChar(c);
-    const size_t before = States(c.nfa).size();
-    makesearch(&c.v, c.nfa);
-    EXPECT_GT(States(c.nfa).size(), before);
     for (const arc* a = c.nfa->pre->outs; a; a = a->outchain)
         for (const arc* in = a->to->ins; in; in = in->inchain)
             EXPECT_EQ(in->from, c.nfa->pre);
@@ -404,12 +369,15 @@ TYPED_TEST(NfaTest, SearchSplitsSuccessorsOfPreThatProgressCanReach) {
     cnfa cn{};
     compact(c.nfa, &cn);
     ASSERT_EQ(c.v.err, REG_OKAY);
-    for (const Text& t : std::vector<Text>{
-             {U"xxy", true}, {U"zzxy", true}, {U"y", true}, {U"xyz", false}, {U"xx", false}})
-        EXPECT_EQ(Accepts(cn, Colours(c, t)), t.match)
-            << std::string(t.text.begin(), t.text.end()) << "\n"
-            << Dump(cn);
+    ExpectTexts(cn, c, {{U"xxy", true}, {U"zzxy", true}, {U"y", true}, {U"xyz", false}});
     freecnfa(&cn);
+
+    Compilation<TypeParam> anchored;
+    anchored.Char('a', anchored.Then(anchored.nfa->init, '^', 1), anchored.nfa->final);
+    specialcolors(anchored.nfa);
+    ASSERT_EQ(optimize(anchored.nfa, nullptr), 0);
+    makesearch(&anchored.v, anchored.nfa);
+    EXPECT_FALSE(HasArcTo(anchored.nfa->pre, anchored.nfa->pre)) << "anchored: no loop";
 }
 
 // ---- compact form ----------------------------------------------------------
@@ -429,15 +397,8 @@ TYPED_TEST(NfaTest, CompactLayout) {
     cnfa cn{};
     compact(c.nfa, &cn);
     ASSERT_EQ(c.v.err, REG_OKAY);
-    SCOPED_TRACE(Dump(cn));
 
-    EXPECT_EQ(cn.nstates, c.nfa->nstates);
-    EXPECT_EQ(cn.ncolors, int(c.cm->max) + 1);
     EXPECT_EQ(cn.flags, HASLACONS);
-    EXPECT_EQ(cn.pre, c.nfa->pre->no);
-    EXPECT_EQ(cn.post, c.nfa->post->no);
-    EXPECT_EQ(cn.bos[1], c.nfa->bos[1]);
-    EXPECT_EQ(cn.eos[0], c.nfa->eos[0]);
     for (const state* s : States(c.nfa)) {
         const carc* list = cn.states[s->no];
         const bool no_progress = s == c.nfa->pre || s == init;
@@ -470,7 +431,7 @@ TYPED_TEST(NfaTest, CompactLayout) {
 // ---- tree nodes ------------------------------------------------------------
 // a b* c, as a concatenation node over two leaves that meet at the state
 // with the loop: the left leaf stops there, the right one starts there.
-TYPED_TEST(NfaTest, NfatreeBuildsEveryNodeChildrenFirst) {
+TYPED_TEST(NfaTest, NfatreeBuildsEveryNode) {
     Compilation<TypeParam> c;
     state* m = c.ThenChar(c.nfa->init, 'a');
     c.Char('b', m, m);
@@ -488,23 +449,8 @@ TYPED_TEST(NfaTest, NfatreeBuildsEveryNodeChildrenFirst) {
     root.retry = 1;
     left.retry = 2;
 
-    char* text = nullptr;
-    size_t size = 0;
-    FILE* trace = open_memstream(&text, &size);
-    ASSERT_NE(trace, nullptr);
-    EXPECT_EQ(nfatree(&c.v, &root, trace), 0);
-    fclose(trace);
+    EXPECT_EQ(nfatree(&c.v, &root, nullptr), 0);
     ASSERT_EQ(c.v.err, REG_OKAY);
-
-    const std::string log = text;
-    free(text);
-    const std::string stages = "\ninitial cleanup:\n\nempties:\n\nconstraints:\n\nfinal cleanup:\n";
-    char pointer[32];
-    snprintf(pointer, sizeof pointer, "%p", static_cast<void*>(&right));
-    const auto heading = [](const std::string& id) {
-        return "\n\n\n========= TREE NODE " + id + " ==========\n";
-    };
-    EXPECT_EQ(log, heading("2") + stages + heading(pointer) + stages + heading("1") + stages);
 
     const struct {
         const subre* node;
@@ -516,10 +462,7 @@ TYPED_TEST(NfaTest, NfatreeBuildsEveryNodeChildrenFirst) {
     };
     for (const auto& e : expectations) {
         ASSERT_GT(e.node->cnfa.nstates, 0);
-        for (const Text& t : e.texts)
-            EXPECT_EQ(Accepts(e.node->cnfa, Colours(c, t)), t.match)
-                << std::string(t.text.begin(), t.text.end()) << "\n"
-                << Dump(e.node->cnfa);
+        ExpectTexts(e.node->cnfa, c, e.texts);
     }
     EXPECT_EQ(m->nouts, 2) << "the main NFA is left as it was";
     for (subre* t : {&left, &right, &root})

@@ -90,32 +90,22 @@ struct ErrorCase {
 };
 
 const ErrorCase kErrorCases[] = {
-    {"(a)\\1", ARE, Orlo::REG_OKAY, "a finished group may be referred to"},
     {"\\1(a)", ARE, Orlo::REG_ESUBREG, "group not yet opened"},
     {"(a\\1)", ARE, Orlo::REG_ESUBREG, "group not yet finished"},
-    {"\\(a\\)\\1", BRE, Orlo::REG_OKAY, "basic back reference"},
     {"(a){0}\\1", ARE, Orlo::REG_ESUBREG, "a removed group cannot be referred to"},
     {"(?=(a))\\1", ARE, Orlo::REG_ESUBREG, "no group captures inside a look-ahead"},
     {"(?=a\\1)", ARE, Orlo::REG_ESUBREG, "no back reference inside a look-ahead"},
     {"(?=a)*", ARE, Orlo::REG_BADRPT, "a constraint takes no quantifier"},
     {"^*", ARE, Orlo::REG_BADRPT, "an anchor takes no quantifier"},
-    {"a**", ERE, Orlo::REG_BADRPT, ""},
-    {"a**", ARE, Orlo::REG_BADRPT, ""},
     {"a**", BRE, Orlo::REG_BADRPT, "the second star is a quantifier at atom position"},
     {"*a", BRE, Orlo::REG_OKAY, "a leading basic star is plain"},
     {"*a", ERE, Orlo::REG_BADRPT, ""},
-    {"a|*", ERE, Orlo::REG_BADRPT, ""},
-    {"a{255}", ERE, Orlo::REG_OKAY, "the largest bound"},
     {"a{256}", ERE, Orlo::REG_BADBR, ""},
     {"a{1000}", ERE, Orlo::REG_BADBR, "a digit left over"},
     {"a{3,2}", ERE, Orlo::REG_BADBR, ""},
     {"a{2,3", ERE, Orlo::REG_EBRACE, ""},
-    {"a\\{3,2\\}", BRE, Orlo::REG_BADBR, ""},
     {"(a", ERE, Orlo::REG_EPAREN, ""},
-    {"(a|(b)", ARE, Orlo::REG_EPAREN, ""},
-    {"a)", ERE, Orlo::REG_OKAY, "extended syntax forgives a stray ')'"},
     {"a)", ARE, Orlo::REG_EPAREN, ""},
-    {"a\\)", BRE, Orlo::REG_EPAREN, ""},
     {"[z-a]", ERE, Orlo::REG_ERANGE, ""},
     {"[a-c-e]", ERE, Orlo::REG_ERANGE, "a range cannot continue"},
     {"[[:digit:]-z]", ERE, Orlo::REG_ERANGE, "a class cannot bound a range"},
@@ -180,19 +170,15 @@ const InfoCase kInfoCases[] = {
     {"abc", ERE, 0, 0, Orlo::REG_UBACKREF | Orlo::REG_USHORTEST | Orlo::REG_UUNSPEC},
     {"(a)(b(c))", ERE, 3, 0, 0},
     {"(?:a)(b)", ARE, 1, 0, 0},
-    {"(a){0}", ERE, 1, 0, 0},
     {"(?=(a)(b))c", ARE, 0, Orlo::REG_ULOOKAHEAD, 0},
     {"(a)", ERE | Orlo::REG_NOSUB, 0, 0, 0},
     {"(a)\\1", ARE, 1, Orlo::REG_UBACKREF, 0},
     {"a|", ERE, 0, Orlo::REG_UUNSPEC, 0},
     {"a)", ERE, 0, Orlo::REG_UPBOTCH, 0},
     {"a*?", ARE, 0, Orlo::REG_USHORTEST, 0},
-    {"a*", ARE, 0, Orlo::REG_UEMPTYMATCH, Orlo::REG_USHORTEST},
     {"a\\{0,\\}", BRE, 0, Orlo::REG_USHORTEST, 0},
     {"a\\{2,10\\}", BRE, 0, Orlo::REG_USHORTEST, 0},  // the stale digit is 0
     {"a\\{0,0\\}", BRE, 0, 0, Orlo::REG_USHORTEST},   // the atom is gone
-    {"a\\{0,1\\}", BRE, 0, 0, Orlo::REG_USHORTEST},
-    {"a{0,}", ERE, 0, 0, Orlo::REG_USHORTEST},
 };
 
 TYPED_TEST(ParserTest, GroupCountAndNotes) {
@@ -218,11 +204,8 @@ struct TreeCase {
 const TreeCase kTreeCases[] = {
     {"abc", ARE, "=", 2},
     {"a|b", ARE, "=[L]", 2},
-    {"a*b+c?", ARE, "=[L]", 2},
     {"a*?b", ARE, "=[S]", 2},
-    {"(?:a|b)c", ARE, "=[L]", 2},
     {"(a)", ARE, ".[C](=,.[C](([C]#1(=,-),=))", 7},
-    {"x(a)y", ARE, ".[C](=,.[C](([C]#1(=,-),=))", 7},
     {"(a)|b", ARE, "|[LC](.[C](=,.[C](([C]#1(=,-),=)),|[L](=,-))", 10},
     {"(a)\\1", ARE, ".[CB](=,.[CB](([C]#1(=,-),.[B](=,.[B](b[B]#1{1,1},=))))", 0},
     {"(a)*", ARE, ".[LC](=,.[LC](|[LC](.[LC](=[L],([C]#1(=,-)),|[L](=[L],-)),=))", 0},
@@ -258,23 +241,17 @@ const std::vector<LanguageCase> kLanguageCases = {
     {"[^a]", ERE, {"b", "\n", "A"}, {"a", "", "bb"}},
     {"[^a]", ERE | Orlo::REG_NEWLINE, {"b"}, {"a", "\n"}},
     {"x{2,3}", ERE, {"xx", "xxx"}, {"x", "xxxx", ""}},
-    {"x{2,}", ERE, {"xx", "xxxxx"}, {"x"}},
-    {"x{0,2}y", ERE, {"y", "xy", "xxy"}, {"xxxy"}},
     {"[[:digit:]]+", ERE, {"0", "0123"}, {"", "a1"}},
-    {"[a-c]x", ERE, {"ax", "bx", "cx"}, {"dx", "x"}},
     {"\\d\\w", ARE, {"1a", "2_"}, {"a1", "1-"}},
     {"abc", ERE | Orlo::REG_ICASE, {"abc", "ABC", "aBc"}, {"abd"}},
-    {"[a-c]", ERE | Orlo::REG_ICASE, {"B", "b"}, {"d"}},
-    {"a.c", ERE, {"abc", "a\nc"}, {"ac"}},
     {"a.c", ERE | Orlo::REG_NEWLINE, {"abc"}, {"a\nc"}},
-    {"(ab)+", ERE, {"ab", "abab"}, {"", "aba"}},
     {"(a|b){2}c", ERE, {"abc", "bbc"}, {"ac", "abac"}},
-    {"(a){0}b", ERE, {"b"}, {"ab"}},
-    {"a\\{2\\}", BRE, {"aa"}, {"a", "aaa"}},
     {"^ab$", ERE, {"ab"}, {"b"}},
     {"\\mab\\M", ARE, {"ab"}, {"a"}},
     {"a|b|", ERE, {"a", "b", ""}, {"ab"}},
     {"a.b", Orlo::REG_QUOTE, {"a.b"}, {"axb"}},
+    // A messy atom is rewritten into copies plus the capturing last one.
+    {"(a|b){1,3}", ARE, {"a", "ab", "bab"}, {"", "abab", "c"}},
 };
 
 TYPED_TEST(ParserTest, RootLanguage) {
@@ -286,17 +263,6 @@ TYPED_TEST(ParserTest, RootLanguage) {
         for (const std::string& text : c.rejected)
             EXPECT_FALSE(compiled.Matches(text)) << c.pattern << " on '" << text << "'";
     }
-}
-
-// A messy atom is rewritten into copies plus the capturing last one; the
-// whole still accepts exactly the repeated language.
-TEST(ParserNarrow, MessyRepeatKeepsTheLanguage) {
-    Compiled<char> compiled("(a|b){1,3}", ARE);
-    ASSERT_EQ(compiled.rc, Orlo::REG_OKAY);
-    for (const char* text : {"a", "ab", "bab"})
-        EXPECT_TRUE(compiled.Matches(text)) << text;
-    for (const char* text : {"", "abab", "c"})
-        EXPECT_FALSE(compiled.Matches(text)) << text;
 }
 
 }  // namespace

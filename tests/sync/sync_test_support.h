@@ -1,6 +1,5 @@
-// Helpers for the synchronisation tests: unique names for named objects, a
-// guard that removes them whatever happens to the test, a check that the
-// process leaves nothing in /dev/shm, and small timing and threading aids.
+// Helpers for the synchronisation tests: unique names, a guard that removes
+// them, a check that nothing is left in /dev/shm, timing and thread aids.
 
 #ifndef ORLO_TESTS_SYNC_SYNC_TEST_SUPPORT_H
 #define ORLO_TESTS_SYNC_SYNC_TEST_SUPPORT_H
@@ -29,14 +28,11 @@ inline constexpr bool kUnderThreadSanitizer = true;
 inline constexpr bool kUnderThreadSanitizer = false;
 #endif
 
-// Every name a test makes starts with this, so leftovers can be told apart
-// from those of other processes.
 inline std::string NamePrefix() {
     return "orlo-sync-test-" + std::to_string(getpid()) + "-";
 }
 
-// Owns a unique name and removes the semaphore and the shared memory area of
-// that name when the test ends, also when it fails half-way.
+// Owns a unique name; removes the semaphore and area of that name.
 struct NameGuard {
     explicit NameGuard(const char* tag) {
         static std::atomic<int> counter{0};
@@ -51,8 +47,7 @@ struct NameGuard {
     std::string name;
 };
 
-// Fails if this process left anything in /dev/shm (semaphores appear there
-// as "sem." and their name).
+// Fails if this process left anything in /dev/shm.
 class NoLeftoversCheck : public ::testing::Environment {
   public:
     void TearDown() override {
@@ -90,13 +85,11 @@ inline int64_t MillisecondsSince(Clock::time_point start) {
     return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
 }
 
-inline void SleepMs(int milliseconds) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+inline void SleepMs(int ms) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(ms));
 }
 
 // Polls `condition` for up to five seconds; returns whether it came true.
-// Used where a test must wait for another thread to reach a state that has
-// no event of its own (e.g. "counted in and asleep").
 inline bool Eventually(const std::function<bool()>& condition) {
     const auto deadline = Clock::now() + std::chrono::seconds(5);
     while (!condition()) {
