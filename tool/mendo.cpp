@@ -53,6 +53,7 @@ struct Request {
     bool totalCount = false;
     bool errStop = false;
     bool wantsUsage = false;
+    uint32_t freeWords = 0;  // words that are no switch, as the option store counts them
 };
 
 bool Has(const CCmdLine& cmd, const char* name) {
@@ -110,8 +111,8 @@ Request ReadRequest(const CCmdLine& cmd) {
                           (!req.replaceText.empty() || req.replaceSwitchT);
     req.wantsUsage = !complete;
 
-    const uint32_t freeWords = uint32_t(cmd.args.size()) - cmd.switchCount - cmd.skip;
-    req.useStdio = Has(cmd, "stdio") || freeWords == 0;
+    req.freeWords = uint32_t(cmd.args.size()) - cmd.switchCount - cmd.skip;
+    req.useStdio = Has(cmd, "stdio") || req.freeWords == 0;
     req.recurse = Has(cmd, "s");
     req.toStdout = Has(cmd, "stdout");
     req.fileCounts = Has(cmd, "frc");
@@ -145,52 +146,59 @@ struct Workspace {
 // What becomes of the run after one input.
 enum class Next { kGoOn, kStop };
 
-// Replaces every match in ws.content by the request's mode and strategy and
-// returns the count. The expand strategy leaves the result in ws.content by
-// swapping the two buffers, which copies no byte.
-uint32_t ReplaceInput(const Request& req, Workspace& ws) {
-    byteEx& content = ws.content;
-    byteEx& output = ws.output;
-    uint32_t count = 0;
-    if (!req.noExpand) {
-        // Room for an eighth of growth up front: past the replace's own
-        // estimate a large output would otherwise be copied as it grows.
-        // Pages that are never written cost nothing.
-        uint64_t room = uint64_t(content.size()) + content.size() / 8 + 4096;
-        output.clear();
-        if (room < byteEx::max_size()) output.reserve_exact(uint32_t(room));
-    }
-    if (req.noExpand) {
-        switch (req.findMode) {
-            case kPlain:
-                return content.Replace(req.findText, req.replaceText, 0, true);
-            case kPlainNoCase:
-                return content.ReplaceIC(req.findText, req.replaceText, 0, true);
-            case kRegex:
-                return RegexReplace(content, ws.regex, req.replaceText);
-        }
-    } else {
-        switch (req.findMode) {
-            case kPlain:
-                output.clear();
-                count = content.ReplaceTo(output, req.findText, req.replaceText, 0);
-                content.swap(output);
-                return count;
-            case kPlainNoCase:
-                output.clear();
-                count = content.ReplaceToIC(output, req.findText, req.replaceText, 0);
-                content.swap(output);
-                return count;
-            case kRegex:
-                output.clear();
-                count = RegexReplaceTo(content, output, ws.regex, req.replaceText);
-                content.swap(output);
-                return count;
-        }
-    }
-    // Cannot arise: an incomplete command shows the usage screen first.
+// Cannot arise: an incomplete command shows the usage screen first.
+[[noreturn]] void UnknownFindMode() {
     WriteStderr("[FATAL ERROR] unknown func!\n");
     std::_Exit(1);
+}
+
+// In place: the content itself changes.
+uint32_t ReplaceInPlace(const Request& req, Workspace& ws) {
+    byteEx& content = ws.content;
+    switch (req.findMode) {
+        case kPlain:
+            return content.Replace(req.findText, req.replaceText, 0, true);
+        case kPlainNoCase:
+            return content.ReplaceIC(req.findText, req.replaceText, 0, true);
+        case kRegex:
+            return RegexReplace(content, ws.regex, req.replaceText);
+    }
+    UnknownFindMode();
+}
+
+// Memory expand: the result goes to `output`, which then trades places with
+// the content; the swap copies no byte.
+uint32_t ReplaceExpanding(const Request& req, Workspace& ws) {
+    byteEx& content = ws.content;
+    byteEx& output = ws.output;
+    output.clear();
+    // Room for an eighth of growth up front: past the replace's own
+    // estimate a large output would otherwise be copied as it grows.
+    // Pages that are never written cost nothing.
+    const uint64_t room = uint64_t(content.size()) + content.size() / 8 + 4096;
+    if (room < byteEx::max_size()) output.reserve_exact(uint32_t(room));
+    uint32_t count = 0;
+    switch (req.findMode) {
+        case kPlain:
+            count = content.ReplaceTo(output, req.findText, req.replaceText, 0);
+            break;
+        case kPlainNoCase:
+            count = content.ReplaceToIC(output, req.findText, req.replaceText, 0);
+            break;
+        case kRegex:
+            count = RegexReplaceTo(content, output, ws.regex, req.replaceText);
+            break;
+        default:
+            UnknownFindMode();
+    }
+    content.swap(output);
+    return count;
+}
+
+// Replaces every match in ws.content by the request's mode and strategy and
+// returns the count; the result is in ws.content either way.
+uint32_t ReplaceInput(const Request& req, Workspace& ws) {
+    return req.noExpand ? ReplaceInPlace(req, ws) : ReplaceExpanding(req, ws);
 }
 
 void PrintTotal(uint32_t total) {
@@ -222,8 +230,7 @@ PathList FindFiles(const CCmdLine& cmd, const Request& req) {
     CDir base;
     base.Open(stringEx::view("."));
     PathList files;
-    const uint32_t freeWords = uint32_t(cmd.args.size()) - cmd.switchCount - cmd.skip;
-    for (uint32_t i = 0; i < freeWords; ++i) {
+    for (uint32_t i = 0; i < req.freeWords; ++i) {
         stringEx pattern(cmd.GetFreeArg(i));
         base.GetAllFiles(files, pattern, req.recurse, true, !req.errStop);
     }
