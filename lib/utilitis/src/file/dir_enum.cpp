@@ -123,8 +123,14 @@ bool NameMatches(const stringEx& path, const stringEx& pattern) {
 }
 
 // Opens `where` on the directory part of `pattern` and sets `namePart` to
-// the rest; false, touching neither, when the pattern has no directory part.
-bool PatternDirectory(const CDir& base, const stringEx& pattern, CDir& where, stringEx& namePart) {
+// the rest; false, touching neither, when the pattern has no directory part
+// (an empty pattern becomes "*" on the way).
+bool PatternDirectory(const CDir& base, stringEx& pattern, CDir& where, stringEx& namePart) {
+    // An empty pattern means every name; it is changed in the caller's text.
+    if (pattern.empty()) {
+        pattern = stringEx("*");
+        return false;
+    }
     const stringEx dirPart = CDir::GetPathDir(pattern);
     if (dirPart.view() == "./") return false;
     namePart = CDir::GetPathFilename(pattern);
@@ -256,14 +262,10 @@ size_t CDir::GetAllFiles(PathList& list, stringEx& pattern, bool recursive, bool
     return GuardDeclared<dirExp, std::bad_alloc>([&]() -> size_t {
         if (m_path.empty()) ThrowNoBaseDir("CDir::GetAllFiles - invalid obj, no base dir");
         try {
-            if (pattern.empty()) {
-                pattern = stringEx("*");
-            } else {
-                CDir where;
-                stringEx namePart;
-                if (PatternDirectory(*this, pattern, where, namePart)) {
-                    return where.GetAllFiles(list, namePart, recursive, hidden, tolerant);
-                }
+            CDir where;
+            stringEx namePart;
+            if (PatternDirectory(*this, pattern, where, namePart)) {
+                return where.GetAllFiles(list, namePart, recursive, hidden, tolerant);
             }
             // The walk lists directories without their final "/".
             PathList dirs{IMPL::WithoutTrailingSeparators(m_path)};
@@ -291,14 +293,10 @@ size_t CDir::GetAllSubDirs(PathList& list, stringEx& pattern, bool recursive, bo
     return GuardDeclared<dirExp, std::bad_alloc>([&]() -> size_t {
         if (m_path.empty()) ThrowNoBaseDir("CDir::GetAllSubDirs - invalid obj, no base dir");
         try {
-            if (pattern.empty()) {
-                pattern = stringEx("*");
-            } else {
-                CDir where;
-                stringEx namePart;
-                if (PatternDirectory(*this, pattern, where, namePart)) {
-                    return where.GetAllSubDirs(list, namePart, recursive, hidden, dots, tolerant);
-                }
+            CDir where;
+            stringEx namePart;
+            if (PatternDirectory(*this, pattern, where, namePart)) {
+                return where.GetAllSubDirs(list, namePart, recursive, hidden, dots, tolerant);
             }
             CDirCookie cookie;
             stringEx path;
