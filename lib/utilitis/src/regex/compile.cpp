@@ -104,13 +104,72 @@ void colour_newline(parse_vars<CharT>* v) {
     okcolors(v->nfa, v->cm);
 }
 
+// ---- progress dumps (REG_PROGRESS) ----------------------------------------------
+
+// A node's name in the dumps: its retry number, or its address before the
+// tree is numbered.
+void node_id(const subre* t, char* buf, size_t size) {
+    if (t->retry)
+        std::snprintf(buf, size, "%d", int(t->retry));
+    else
+        std::snprintf(buf, size, "%p", static_cast<const void*>(t));
+}
+
+void dump_node(FILE* f, const subre* t, int depth) {
+    char id[32];
+    node_id(t, id, sizeof id);
+    std::fprintf(f, "%*s%s. `%c'", 2 * depth, "", id, t->op);
+    static constexpr struct {
+        int flag;
+        const char* text;
+    } kFlagNames[] = {{LONGER, " longest"},
+                      {SHORTER, " shortest"},
+                      {MIXED, " hasmixed"},
+                      {CAP, " hascapture"},
+                      {BACKR, " hasbackref"}};
+    for (const auto& f2 : kFlagNames)
+        if (t->flags & f2.flag) std::fputs(f2.text, f);
+    if (!(t->flags & INUSE)) std::fputs(" UNUSED", f);
+    if (t->subno != 0) std::fprintf(f, " (#%d)", t->subno);
+    if (t->min != 1 || t->max != 1) {
+        std::fprintf(f, " {%d,", int(t->min));
+        if (t->max != DUPINF) std::fprintf(f, "%d", int(t->max));
+        std::fputc('}', f);
+    }
+    if (t->cnfa.nstates) std::fprintf(f, " %ld-%ld", long(t->cnfa.pre), long(t->cnfa.post));
+    if (t->left) {
+        node_id(t->left, id, sizeof id);
+        std::fprintf(f, " L:%s", id);
+    }
+    if (t->right) {
+        node_id(t->right, id, sizeof id);
+        std::fprintf(f, " R:%s", id);
+    }
+    std::fputc('\n', f);
+    if (t->left) dump_node(f, t->left, depth + 1);
+    if (t->right) dump_node(f, t->right, depth + 1);
+}
+
+void dump_tree(FILE* f, const char* heading, const subre* tree) {
+    if (!f) return;
+    std::fprintf(f, "\n\n\n========= %s ==========\n", heading);
+    if (tree)
+        dump_node(f, tree, 0);
+    else
+        std::fputs("null tree\n", f);
+    std::fflush(f);
+}
+
 template <class CharT>
 void build_automata(parse_vars<CharT>* v, guts<CharT>* g, FILE* trace) {
     v->re->re_info |= nfatree(v, v->tree, trace);
-    for (int i = 1; i < v->nlacons && !has_error(v); ++i)
+    for (int i = 1; i < v->nlacons && !has_error(v); ++i) {
+        if (trace) std::fprintf(trace, "\n\n\n========= LA%d ==========\n", i);
         nfanode(v, &v->lacons[i], trace);
+    }
     if (has_error(v)) return;
     if (v->tree->flags & SHORTER) note(v, REG_USHORTEST);
+    if (trace) std::fputs("\n\n\n========= SEARCH ==========\n", trace);
     optimize(v->nfa, trace);
     makesearch(v, v->nfa);
     compact(v->nfa, &g->search);
@@ -167,7 +226,9 @@ int compile(regex_t* re, const CharT* pattern, size_t length, int flags) {
     specialcolors(v.nfa);
     if (has_error(&v)) return clean_up(&v, re);
 
+    dump_tree(trace, "RAW", v.tree);
     finish_tree(&v);
+    dump_tree(trace, "TREE FIXED", v.tree);
     build_automata(&v, g, trace);
     if (has_error(&v)) return clean_up(&v, re);
 

@@ -1,0 +1,416 @@
+// The lazy DFA: walks, the transition builder and the cache policy.
+
+#include "regex/dfa.h"
+
+#include <cstdlib>
+#include <cstring>
+
+namespace Orlo::IMPL::re {
+namespace {
+
+constexpr uint32_t bit(int i) {
+    return uint32_t(1) << (i % 32);
+}
+inline bool isbset(const uint32_t* v, int i) {
+    return (v[i / 32] & bit(i)) != 0;
+}
+inline void bset(uint32_t* v, int i) {
+    v[i / 32] |= bit(i);
+}
+
+unsigned hash_vector(const uint32_t* v, int words) {
+    if (words == 1) return v[0];
+    unsigned h = 0;
+    for (int i = 0; i < words; ++i)
+        h ^= v[i];
+    return h;
+}
+
+// The later of two positions, null counting as the earliest.
+template <class CharT>
+const CharT* later(const CharT* a, const CharT* b) {
+    if (!a) return b;
+    if (!b) return a;
+    return a < b ? b : a;
+}
+
+// Detaches an evicted set from every transition into and out of it.
+template <class CharT>
+void detach(dfa<CharT>* d, sset<CharT>* ss) {
+    for (arcp<CharT> ap = ss->ins; ap.ss;) {
+        sset<CharT>* from = ap.ss;
+        color co = ap.co;
+        from->outs[co] = nullptr;
+        ap = from->inchain[co];
+        from->inchain[co] = arcp<CharT>{nullptr, COLORLESS};
+    }
+    ss->ins = arcp<CharT>{nullptr, COLORLESS};
+    for (int co = 0; co < d->ncolors; ++co) {
+        sset<CharT>* to = ss->outs[co];
+        if (!to) continue;
+        // Unlink (ss, co) from to's list of transitions in.
+        arcp<CharT>* link = &to->ins;
+        while (link->ss && !(link->ss == ss && link->co == co))
+            link = &link->ss->inchain[link->co];
+        if (link->ss) *link = ss->inchain[co];
+        ss->outs[co] = nullptr;
+        ss->inchain[co] = arcp<CharT>{nullptr, COLORLESS};
+    }
+}
+
+// A free set slot: a fresh one while the cache has room, else the first set
+// (circularly from the cursor) last seen before the oldest third of the text
+// walked, whose match information is kept in lastpost / lastnopr.
+template <class CharT>
+sset<CharT>* pickss(match_vars<CharT>* v, dfa<CharT>* d, const CharT* cp, const CharT* start) {
+    if (d->nssused < d->nssets) {
+        int i = d->nssused++;
+        sset<CharT>* ss = &d->ssets[i];
+        ss->states = &d->statesarea[i * d->wordsper];
+        ss->flags = 0;
+        ss->ins = arcp<CharT>{nullptr, COLORLESS};
+        ss->lastseen = nullptr;
+        ss->outs = &d->outsarea[i * d->ncolors];
+        ss->inchain = &d->incarea[i * d->ncolors];
+        for (int co = 0; co < d->ncolors; ++co) {
+            ss->outs[co] = nullptr;
+            ss->inchain[co] = arcp<CharT>{nullptr, COLORLESS};
+        }
+        return ss;
+    }
+
+    const long third = d->nssets * 2 / 3;
+    const CharT* ancient = (cp - start > third) ? cp - third : start;
+    auto expendable = [&](const sset<CharT>* ss) {
+        return (!ss->lastseen || ss->lastseen < ancient) && !(ss->flags & LOCKED);
+    };
+    sset<CharT>* victim = nullptr;
+    sset<CharT>* const end = d->ssets + d->nssets;
+    for (sset<CharT>* ss = d->search; ss < end && !victim; ++ss)
+        if (expendable(ss)) victim = ss;
+    for (sset<CharT>* ss = d->ssets; ss < d->search && !victim; ++ss)
+        if (expendable(ss)) victim = ss;
+    if (victim) {
+        d->search = victim + 1;
+    } else {
+        set_error(v, REG_ASSERT);
+        victim = d->ssets;
+    }
+
+    detach(d, victim);
+    if ((victim->flags & POSTSTATE) && victim->lastseen)
+        d->lastpost = later(d->lastpost, victim->lastseen);
+    if ((victim->flags & NOPROGRESS) && victim->lastseen)
+        d->lastnopr = later(d->lastnopr, victim->lastseen);
+    victim->flags = 0;
+    victim->lastseen = nullptr;
+    return victim;
+}
+
+// Sets the walk up at `start`: the start set (kept across calls on the same
+// dfa), every visit forgotten.
+template <class CharT>
+sset<CharT>* initialize(match_vars<CharT>* v, dfa<CharT>* d, const CharT* start) {
+    sset<CharT>* ss;
+    if (d->nssused > 0 && (d->ssets[0].flags & STARTER)) {
+        ss = &d->ssets[0];
+    } else {
+        ss = pickss(v, d, start, start);
+        std::memset(ss->states, 0, size_t(d->wordsper) * sizeof(uint32_t));
+        bset(ss->states, d->cnfa->pre);
+        ss->hash = hash_vector(ss->states, d->wordsper);
+        ss->flags = STARTER | LOCKED | NOPROGRESS;
+    }
+    for (int i = 0; i < d->nssused; ++i)
+        d->ssets[i].lastseen = nullptr;
+    ss->lastseen = start;
+    d->lastpost = nullptr;
+    d->lastnopr = nullptr;
+    return ss;
+}
+
+// Does look-ahead number `index` hold at `cp`? It is matched from `cp` to the
+// end of the text by a dfa of its own.
+template <class CharT>
+bool lacon(match_vars<CharT>* v, const CharT* cp, int index) {
+    const subre& la = v->g->lacons[index];
+    smalldfa<CharT> scratch;
+    dfa<CharT>* d = newdfa(v, &la.cnfa, &v->g->cmap, &scratch);
+    if (!d) return false;
+    const CharT* end = longest(v, d, cp, v->stop, static_cast<int*>(nullptr));
+    freedfa(d);
+    if (has_error(v)) return false;
+    return la.subno ? end != nullptr : end == nullptr;
+}
+
+// What `miss` learns while it adds states to the work vector.
+struct step_notes {
+    bool gotstate = false;
+    bool ispost = false;
+    bool noprogress = true;
+};
+
+inline void add_state(const cnfa* cnfa, uint32_t* work, int to, step_notes* n) {
+    bset(work, to);
+    n->gotstate = true;
+    if (to == cnfa->post) n->ispost = true;
+    if (!cnfa->states[to]->co) n->noprogress = false;
+}
+
+// Adds the targets of the look-ahead arcs whose constraint holds at `cp`,
+// until a pass adds nothing. True when any such arc was seen.
+template <class CharT>
+bool follow_lookaheads(match_vars<CharT>* v, dfa<CharT>* d, const CharT* cp, step_notes* n) {
+    const re::cnfa* cnfa = d->cnfa;
+    bool saw = false;
+    for (bool added = true; added && !has_error(v);) {
+        added = false;
+        for (int i = 0; i < d->nstates; ++i) {
+            if (!isbset(d->work, i)) continue;
+            for (const carc* ca = cnfa->states[i] + 1; ca->co != COLORLESS; ++ca) {
+                if (ca->co <= cnfa->ncolors) continue;
+                saw = true;
+                if (isbset(d->work, ca->to)) continue;
+                if (!lacon(v, cp, ca->co - cnfa->ncolors)) continue;
+                add_state(cnfa, d->work, ca->to, n);
+                added = true;
+            }
+        }
+    }
+    return saw;
+}
+
+// The set reached from `css` on colour `co` at `cp`: the cached transition,
+// or a new (or existing) set computed from the cnfa. Null when no state
+// follows.
+template <class CharT>
+sset<CharT>* miss(match_vars<CharT>* v, dfa<CharT>* d, sset<CharT>* css, color co, const CharT* cp,
+                  const CharT* start) {
+    if (css->outs[co]) return css->outs[co];
+    const re::cnfa* cnfa = d->cnfa;
+    std::memset(d->work, 0, size_t(d->wordsper) * sizeof(uint32_t));
+    step_notes n;
+    for (int i = 0; i < d->nstates; ++i) {
+        if (!isbset(css->states, i)) continue;
+        for (const carc* ca = cnfa->states[i] + 1; ca->co != COLORLESS; ++ca)
+            if (ca->co == co) add_state(cnfa, d->work, ca->to, &n);
+    }
+    if (!n.gotstate) return nullptr;
+    bool sawlacons = (cnfa->flags & HASLACONS) && follow_lookaheads(v, d, cp, &n);
+    if (has_error(v)) return nullptr;
+
+    unsigned h = hash_vector(d->work, d->wordsper);
+    const size_t bytes = size_t(d->wordsper) * sizeof(uint32_t);
+    sset<CharT>* p = nullptr;
+    for (int i = 0; i < d->nssused && !p; ++i) {
+        sset<CharT>* ss = &d->ssets[i];
+        if (ss->hash == h && std::memcmp(ss->states, d->work, bytes) == 0) p = ss;
+    }
+    if (!p) {
+        p = pickss(v, d, cp, start);
+        std::memcpy(p->states, d->work, bytes);
+        p->hash = h;
+        p->flags = (n.ispost ? POSTSTATE : 0) | (n.noprogress ? NOPROGRESS : 0);
+    }
+    if (!sawlacons) {
+        css->outs[co] = p;
+        css->inchain[co] = p->ins;
+        p->ins = arcp<CharT>{css, co};
+    }
+    return p;
+}
+
+// The colour that stands for what lies before `start`.
+template <class CharT>
+color colour_before(const match_vars<CharT>* v, const dfa<CharT>* d, const CharT* start) {
+    if (start == v->start) return d->cnfa->bos[(v->eflags & REG_NOTBOL) ? 0 : 1];
+    return getcolor(d->cm, start[-1]);
+}
+
+template <class CharT>
+color colour_at_end(const match_vars<CharT>* v, const dfa<CharT>* d) {
+    return d->cnfa->eos[(v->eflags & REG_NOTEOL) ? 0 : 1];
+}
+
+// The latest point from which no match can have begun before.
+template <class CharT>
+const CharT* lastcold(const match_vars<CharT>* v, const dfa<CharT>* d) {
+    const CharT* nopr = d->lastnopr ? d->lastnopr : v->start;
+    for (int i = 0; i < d->nssused; ++i) {
+        const sset<CharT>* ss = &d->ssets[i];
+        if ((ss->flags & NOPROGRESS) && ss->lastseen && nopr < ss->lastseen) nopr = ss->lastseen;
+    }
+    return nopr;
+}
+
+}  // namespace
+
+template <class CharT>
+dfa<CharT>* newdfa(match_vars<CharT>* v, const cnfa* cnfa, const colormap<CharT>* cm,
+                   smalldfa<CharT>* scratch) {
+    const int nstates = cnfa->nstates;
+    const int nss = (v->eflags & REG_SMALL) ? SMALLCACHE : 2 * nstates;
+    const int wordsper = (nstates + 31) / 32;
+    const int ncolors = cnfa->ncolors;
+    dfa<CharT>* d;
+    if (2 * nstates <= FEWSTATES && ncolors <= FEWCOLORS) {
+        smalldfa<CharT>* small = scratch;
+        if (!small) {
+            small = static_cast<smalldfa<CharT>*>(std::malloc(sizeof(smalldfa<CharT>)));
+            if (!small) {
+                set_error(v, REG_ESPACE);
+                return nullptr;
+            }
+        }
+        d = &small->dfa;
+        d->ssets = small->ssets;
+        d->statesarea = small->statesarea;
+        d->work = &d->statesarea[nss];
+        d->outsarea = small->outsarea;
+        d->incarea = small->incarea;
+        d->ismalloced = false;
+        d->mallocarea = scratch ? nullptr : small;
+    } else {
+        d = static_cast<dfa<CharT>*>(std::malloc(sizeof(dfa<CharT>)));
+        if (!d) {
+            set_error(v, REG_ESPACE);
+            return nullptr;
+        }
+        d->ssets = static_cast<sset<CharT>*>(std::malloc(size_t(nss) * sizeof(sset<CharT>)));
+        d->statesarea = static_cast<uint32_t*>(
+            std::malloc(size_t(nss + 1) * size_t(wordsper) * sizeof(uint32_t)));
+        d->work = d->statesarea ? &d->statesarea[size_t(nss) * size_t(wordsper)] : nullptr;
+        d->outsarea = static_cast<sset<CharT>**>(
+            std::malloc(size_t(nss) * size_t(ncolors) * sizeof(sset<CharT>*)));
+        d->incarea = static_cast<arcp<CharT>*>(
+            std::malloc(size_t(nss) * size_t(ncolors) * sizeof(arcp<CharT>)));
+        d->ismalloced = true;
+        d->mallocarea = d;
+        if (!d->ssets || !d->statesarea || !d->outsarea || !d->incarea) {
+            freedfa(d);
+            set_error(v, REG_ESPACE);
+            return nullptr;
+        }
+    }
+    d->nssets = nss;
+    d->nssused = 0;
+    d->nstates = nstates;
+    d->ncolors = ncolors;
+    d->wordsper = wordsper;
+    d->cnfa = cnfa;
+    d->cm = cm;
+    d->lastpost = nullptr;
+    d->lastnopr = nullptr;
+    d->search = d->ssets;
+    return d;
+}
+
+template <class CharT>
+void freedfa(dfa<CharT>* d) {
+    if (d->ismalloced) {
+        std::free(d->ssets);
+        std::free(d->statesarea);
+        std::free(d->outsarea);
+        std::free(d->incarea);
+    }
+    std::free(d->mallocarea);
+}
+
+template <class CharT>
+const CharT* longest(match_vars<CharT>* v, dfa<CharT>* d, const CharT* start, const CharT* stop,
+                     int* hitstop) {
+    const CharT* cp = start;
+    // The character at `stop` is read too: a match ending at `stop` is only
+    // known once the post state has been reached on it.
+    const CharT* realstop = (stop == v->stop) ? stop : stop + 1;
+    sset<CharT>* css = initialize(v, d, start);
+    if (hitstop) *hitstop = 0;
+
+    css = miss(v, d, css, colour_before(v, d, start), cp, start);
+    if (!css) return nullptr;
+    css->lastseen = cp;
+
+    while (cp < realstop) {
+        color co = getcolor(d->cm, *cp);
+        sset<CharT>* ss = css->outs[co];
+        if (!ss) {
+            ss = miss(v, d, css, co, cp + 1, start);
+            if (!ss) break;
+        }
+        ++cp;
+        ss->lastseen = cp;
+        css = ss;
+    }
+    if (has_error(v)) return nullptr;
+
+    if (cp == v->stop && stop == v->stop) {
+        if (hitstop) *hitstop = 1;
+        sset<CharT>* ss = miss(v, d, css, colour_at_end(v, d), cp, start);
+        if (has_error(v)) return nullptr;
+        if (ss && (ss->flags & POSTSTATE)) return cp;
+        if (ss) ss->lastseen = cp;
+    }
+
+    const CharT* post = d->lastpost;
+    for (int i = 0; i < d->nssused; ++i) {
+        const sset<CharT>* ss = &d->ssets[i];
+        if ((ss->flags & POSTSTATE) && ss->lastseen) post = later(post, ss->lastseen);
+    }
+    return post ? post - 1 : nullptr;
+}
+
+template <class CharT>
+const CharT* shortest(match_vars<CharT>* v, dfa<CharT>* d, const CharT* start, const CharT* min,
+                      const CharT* max, const CharT** coldp, int* hitstop) {
+    const CharT* cp = start;
+    const CharT* realmin = (min == v->stop) ? min : min + 1;
+    const CharT* realmax = (max == v->stop) ? max : max + 1;
+    sset<CharT>* css = initialize(v, d, start);
+    if (hitstop) *hitstop = 0;
+
+    css = miss(v, d, css, colour_before(v, d, start), cp, start);
+    if (!css) return nullptr;
+    css->lastseen = cp;
+    sset<CharT>* ss = css;
+
+    while (cp < realmax) {
+        color co = getcolor(d->cm, *cp);
+        ss = css->outs[co];
+        if (!ss) {
+            ss = miss(v, d, css, co, cp + 1, start);
+            if (!ss) break;
+        }
+        ++cp;
+        ss->lastseen = cp;
+        css = ss;
+        if ((ss->flags & POSTSTATE) && cp >= realmin) break;
+    }
+    if (has_error(v)) return nullptr;
+
+    if (coldp) *coldp = lastcold(v, d);
+    if (ss && (ss->flags & POSTSTATE) && cp > min) return cp - 1;
+
+    if (cp == v->stop && max == v->stop) {
+        ss = miss(v, d, css, colour_at_end(v, d), cp, start);
+        if (has_error(v)) return nullptr;
+        if (ss && (ss->flags & POSTSTATE)) return cp;
+        if (hitstop) *hitstop = 1;
+    }
+    return nullptr;
+}
+
+#define ORLO_RE_INSTANTIATE_DFA(CharT)                                                          \
+    template dfa<CharT>* newdfa(match_vars<CharT>*, const cnfa*, const colormap<CharT>*,        \
+                                smalldfa<CharT>*);                                              \
+    template void freedfa(dfa<CharT>*);                                                         \
+    template const CharT* longest(match_vars<CharT>*, dfa<CharT>*, const CharT*, const CharT*,  \
+                                  int*);                                                        \
+    template const CharT* shortest(match_vars<CharT>*, dfa<CharT>*, const CharT*, const CharT*, \
+                                   const CharT*, const CharT**, int*);
+
+ORLO_RE_INSTANTIATE_DFA(char)
+ORLO_RE_INSTANTIATE_DFA(wchar_t)
+
+#undef ORLO_RE_INSTANTIATE_DFA
+
+}  // namespace Orlo::IMPL::re
