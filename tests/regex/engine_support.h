@@ -52,6 +52,16 @@ CharT Ch(char32_t c) {
     return CharT(c);
 }
 
+// Each char of `s` as one CharT (bytes above 0x7f stay negative in narrow
+// and become the matching negative values in wide).
+template <class CharT>
+std::basic_string<CharT> Widen(const std::string& s) {
+    std::basic_string<CharT> out;
+    for (char c : s)
+        out.push_back(CharT(c));
+    return out;
+}
+
 // One bracket item: a single character (first == last) or a range.
 struct Item {
     char32_t first;

@@ -16,14 +16,6 @@ using Orlo::engine_compile;
 using Orlo::engine_free;
 using Orlo::regex_t;
 
-template <class CharT>
-std::basic_string<CharT> Widen(const std::string& s) {
-    std::basic_string<CharT> out;
-    for (char c : s)
-        out.push_back(CharT(c));
-    return out;
-}
-
 // A compiled pattern that releases itself.
 template <class CharT>
 struct Compiled {
