@@ -47,13 +47,19 @@ void DefaultSignals() {
 
 RunResult RunMendo(const std::vector<std::string>& args, const std::string& input,
                    const std::string& workDir, size_t addressSpaceLimit, size_t stdoutReadLimit) {
+    return RunProgram(MENDO_BINARY, args, input, workDir, addressSpaceLimit, stdoutReadLimit);
+}
+
+RunResult RunProgram(const std::string& path, const std::vector<std::string>& args,
+                     const std::string& input, const std::string& workDir, size_t addressSpaceLimit,
+                     size_t stdoutReadLimit) {
     int in[2], out[2], err[2];
     MakePipe(in);
     MakePipe(out);
     MakePipe(err);
 
     std::vector<char*> argv;
-    std::string program = MENDO_BINARY;
+    std::string program = path;
     argv.push_back(program.data());
     std::vector<std::string> words = args;
     for (auto& w : words)
@@ -144,8 +150,8 @@ std::string Printable(const std::string& bytes) {
     return shown;
 }
 
-std::string CommandLine(const std::vector<std::string>& args) {
-    std::string line = "mendo";
+std::string CommandLine(const std::vector<std::string>& args, const std::string& program) {
+    std::string line = program;
     for (const auto& a : args)
         line += " '" + a + "'";
     return line;

@@ -1,6 +1,6 @@
-// Runs the built mendo binary the way a user's shell would, but with an
-// argv list and no shell: bytes in on standard input, exact bytes out on
-// standard output and standard error, and the exit status.
+// Runs the built mendo binary, or any other program, the way a user's shell
+// would, but with an argv list and no shell: bytes in on standard input,
+// exact bytes out on standard output and standard error, and the exit status.
 
 #ifndef MENDO_TESTS_CLI_RUN_MENDO_H
 #define MENDO_TESTS_CLI_RUN_MENDO_H
@@ -27,11 +27,16 @@ RunResult RunMendo(const std::vector<std::string>& args, const std::string& inpu
                    const std::string& workDir = "", size_t addressSpaceLimit = 0,
                    size_t stdoutReadLimit = 0);
 
+// The same for the program at `path`.
+RunResult RunProgram(const std::string& path, const std::vector<std::string>& args,
+                     const std::string& input = "", const std::string& workDir = "",
+                     size_t addressSpaceLimit = 0, size_t stdoutReadLimit = 0);
+
 // Shows bytes with escapes for control and high bytes, for failure output.
 std::string Printable(const std::string& bytes);
 
 // The command line as a user would type it, for failure output.
-std::string CommandLine(const std::vector<std::string>& args);
+std::string CommandLine(const std::vector<std::string>& args, const std::string& program = "mendo");
 
 }  // namespace mendo_test
 
