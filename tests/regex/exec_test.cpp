@@ -311,6 +311,16 @@ TEST(ExecWide, CharactersBeyondOneByte) {
         EXPECT_EQ(Match<wchar_t>(row.cflags, row.pattern, row.subject), row.expected);
 }
 
+// Narrow characters are signed: the high bytes sort below the ASCII ones.
+TEST(ExecNarrow, HighBytesFormASignedRange) {
+    EXPECT_EQ(Match<char>(ARE, "[\x80-\xff]+", "a\xe9\xff"), "1,3");
+    EXPECT_EQ(Match<char>(ARE, "[\x80-a]+",
+                          "\x80\x01"
+                          "a{"),
+              "0,3");
+    EXPECT_EQ(Match<char>(ARE, "[a-\xff]", "b"), "compile 11");
+}
+
 // REG_PROGRESS writes its trace to standard output, which is captured here
 // through a temporary file.
 TEST(ExecProgress, TraceNamesEachStageInOrder) {
