@@ -27,6 +27,7 @@
 #include "orlo/exceptions.h"
 #include "orlo/exp_message.h"
 #include "orlo/regex.h"
+#include "orlo/regex_replace.h"
 #include "orlo/stringEx.h"
 #include "std_io.h"
 #include "text_prep.h"
@@ -121,21 +122,6 @@ Request ReadRequest(const CCmdLine& cmd) {
     return req;
 }
 
-// Regular-expression replace of one input. The matching engine is not in
-// this build, so every pattern compiles to the empty handle, and the empty
-// handle replaces nothing: the expand form appends nothing to `output` (so
-// the swap leaves the content empty), the in-place form leaves the content
-// as it was.
-uint32_t RegexReplaceTo(const byteEx& /*content*/, byteEx& /*output*/,
-                        const regex_handle& /*regex*/, stringEx /*replacement*/) {
-    return 0;
-}
-
-uint32_t RegexReplace(byteEx& /*content*/, const regex_handle& /*regex*/,
-                      stringEx /*replacement*/) {
-    return 0;
-}
-
 // The two buffers of the run and the pattern, compiled once.
 struct Workspace {
     byteEx content;
@@ -161,7 +147,7 @@ uint32_t ReplaceInPlace(const Request& req, Workspace& ws) {
         case kPlainNoCase:
             return content.ReplaceIC(req.findText, req.replaceText, 0, true);
         case kRegex:
-            return RegexReplace(content, ws.regex, req.replaceText);
+            return RegReplace(content, ws.regex, req.replaceText, false, false, true);
     }
     UnknownFindMode();
 }
@@ -186,7 +172,7 @@ uint32_t ReplaceExpanding(const Request& req, Workspace& ws) {
             count = content.ReplaceToIC(output, req.findText, req.replaceText, 0);
             break;
         case kRegex:
-            count = RegexReplaceTo(content, output, ws.regex, req.replaceText);
+            count = RegReplaceTo(content, output, ws.regex, req.replaceText, false, false, true);
             break;
         default:
             UnknownFindMode();

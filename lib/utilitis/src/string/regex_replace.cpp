@@ -1,0 +1,194 @@
+// Regular-expression search and replace on strings.
+
+#include "orlo/regex_replace.h"
+
+#include <algorithm>
+
+namespace Orlo {
+namespace {
+
+constexpr size_t kPairs = 10;  // match and groups asked of the engine
+
+template <class CharT>
+bool newline_sensitive(const basic_regex_handle<CharT>& handle) {
+    return (handle.flags() & REG_NEWLINE) != 0;
+}
+
+// Whether a search starting at `start` of `text` starts a line, as far as
+// the handle's rules go: without newline sensitivity only the text's start
+// does; with it, also the place behind a line feed.
+template <class CharT>
+int line_start_flag(const basic_regex_handle<CharT>& handle, const CharT* text, uint32_t start) {
+    if (newline_sensitive(handle) && text[start - 1] == CharT('\n')) return 0;
+    return REG_NOTBOL;
+}
+
+}  // namespace
+
+template <class CharT>
+bool RegFind(const basic_buffer<CharT>& subject, CRegMatch& match,
+             const basic_regex_handle<CharT>& handle, uint32_t nth, uint32_t start, bool notbol,
+             bool noteol, bool rescan) {
+    match.clear();
+    const uint32_t length = subject.size();
+    if (handle.empty() || start >= length) return false;
+    int flags = REG_STARTEND | (notbol ? REG_NOTBOL : 0) | (noteol ? REG_NOTEOL : 0);
+    const CharT* text = subject.c_str();
+    regmatch_t m[kPairs];
+    uint32_t lastEnd = 0;
+    bool lastEmpty = false;
+    for (uint32_t found = 0;;) {
+        start += lastEnd;
+        if (lastEmpty && ++start >= length) return false;
+        if (start != 0 && (rescan || found != 0))
+            flags = (flags & ~REG_NOTBOL) | line_start_flag(handle, text, start);
+        if (engine_exec(handle.get(), text + start, length - start, nullptr, kPairs, m, flags) != 0)
+            return false;
+        lastEnd = uint32_t(m[0].rm_eo);
+        lastEmpty = m[0].rm_eo == 0;
+        if (++found <= nth) continue;
+        const size_t pairs = handle.get()->re_nsub + 1;
+        match.reserve(pairs);
+        for (size_t i = 0; i < pairs; ++i) {
+            if (i < kPairs)
+                match.emplace_back(start + uint32_t(m[i].rm_so), uint32_t(m[i].rm_eo - m[i].rm_so));
+            else
+                match.emplace_back(start - 1, 0);
+        }
+        return true;
+    }
+}
+
+template <class CharT>
+basic_buffer<CharT> ExpandTemplate(const basic_buffer<CharT>& tmpl, const CRegMatch& match,
+                                   const basic_buffer<CharT>& subject) {
+    basic_buffer<CharT> out =
+        tmpl.is_view() ? basic_buffer<CharT>(tmpl.c_str(), tmpl.size()) : tmpl;
+    uint32_t pos = 0;
+    for (;;) {
+        const uint32_t at = out.find(CharT('\\'), pos);
+        if (at == npos) break;
+        if (at + 1 == out.size()) {
+            out.erase(at, 1);
+            break;
+        }
+        const CharT next = out.c_str()[at + 1];
+        if (next < CharT('0') || next > CharT('9')) {
+            out.erase(at, 1);
+            pos = at + 1;
+            continue;
+        }
+        const size_t d = size_t(next - CharT('0'));
+        if (d >= match.size()) {
+            out.erase(at, 2);
+            pos = at;
+            continue;
+        }
+        const auto [offset, len] = match[d];
+        const uint32_t n = offset < subject.size() ? std::min(len, subject.size() - offset) : 0;
+        out.replace(at, 2, subject.c_str() + (n ? offset : 0), n);
+        pos = at + n;
+    }
+    return out;
+}
+
+template <class CharT>
+uint32_t RegReplaceTo(const basic_buffer<CharT>& source, basic_buffer<CharT>& dest,
+                      const basic_regex_handle<CharT>& handle, basic_buffer<CharT> replacement,
+                      bool notbol, bool noteol, bool prepare) {
+    if (handle.empty()) return 0;
+    if (prepare)
+        EscapeTranslate(replacement, CharT('\\'), plain_escape_table<CharT>(), false, true);
+    const uint32_t base = dest.size();
+    const uint32_t length = source.size();
+    const uint64_t room = uint64_t(length) + base + 1 + (length >> 3);
+    dest.reserve_exact(uint32_t(std::min<uint64_t>(room, basic_buffer<CharT>::max_size())));
+
+    const bool sensitive = newline_sensitive(handle);
+    const CharT* text = source.c_str();
+    CRegMatch match;
+    uint32_t copied = 0;
+    uint32_t pos = 0;
+    uint32_t count = 0;
+    while (RegFind(source, match, handle, 0, pos, notbol, noteol, false)) {
+        const auto [offset, len] = match[0];
+        dest.append(text + copied, std::min(length - copied, offset - copied));
+        dest.append(ExpandTemplate(replacement, match, source));
+        copied = offset + len;
+        pos = copied + (len == 0 ? 1 : 0);
+        // The next search sees the output, not the source: what was just
+        // written decides whether it starts a line.
+        const bool grown = dest.size() > base;
+        if (!sensitive)
+            notbol = grown;
+        else
+            notbol = grown && dest.c_str()[dest.size() - 1] != CharT('\n');
+        ++count;
+    }
+    if (copied < length) dest.append(text + copied, length - copied);
+    return count;
+}
+
+template <class CharT>
+uint32_t RegReplace(basic_buffer<CharT>& text, const basic_regex_handle<CharT>& handle,
+                    basic_buffer<CharT> replacement, bool notbol, bool noteol, bool prepare) {
+    if (prepare)
+        EscapeTranslate(replacement, CharT('\\'), plain_escape_table<CharT>(), false, true);
+    CRegMatch match;
+    uint32_t pos = 0;
+    uint32_t count = 0;
+    while (RegFind(text, match, handle, 0, pos, notbol, noteol, true)) {
+        const auto [offset, len] = match[0];
+        const basic_buffer<CharT> expanded = ExpandTemplate(replacement, match, text);
+        const uint32_t removed = std::min(len, text.size() - offset);
+        text.replace(offset, removed, expanded);
+        pos = offset + expanded.size() + (len == 0 ? 1 : 0);
+        ++count;
+    }
+    return count;
+}
+
+template <class CharT>
+bool RegMatches(const basic_buffer<CharT>& subject, const basic_regex_handle<CharT>& handle,
+                bool notbol, bool noteol) {
+    if (handle.empty()) return false;
+    const int flags = REG_STARTEND | (notbol ? REG_NOTBOL : 0) | (noteol ? REG_NOTEOL : 0);
+    return engine_exec(handle.get(), subject.c_str(), subject.size(), nullptr, 0, nullptr, flags) ==
+           REG_OKAY;
+}
+
+template <class CharT>
+bool RegRange(const basic_buffer<CharT>& subject, const basic_regex_handle<CharT>& handle,
+              uint32_t& start, uint32_t& end, bool notbol, bool noteol) {
+    if (handle.empty()) return false;
+    const int flags = REG_STARTEND | (notbol ? REG_NOTBOL : 0) | (noteol ? REG_NOTEOL : 0);
+    regmatch_t m[1];
+    if (engine_exec(handle.get(), subject.c_str(), subject.size(), nullptr, 1, m, flags) !=
+        REG_OKAY)
+        return false;
+    start = uint32_t(m[0].rm_so);
+    end = uint32_t(m[0].rm_eo);
+    return true;
+}
+
+#define ORLO_INSTANTIATE_REGEX_REPLACE(CharT)                                                      \
+    template bool RegFind(const basic_buffer<CharT>&, CRegMatch&,                                  \
+                          const basic_regex_handle<CharT>&, uint32_t, uint32_t, bool, bool, bool); \
+    template uint32_t RegReplaceTo(const basic_buffer<CharT>&, basic_buffer<CharT>&,               \
+                                   const basic_regex_handle<CharT>&, basic_buffer<CharT>, bool,    \
+                                   bool, bool);                                                    \
+    template uint32_t RegReplace(basic_buffer<CharT>&, const basic_regex_handle<CharT>&,           \
+                                 basic_buffer<CharT>, bool, bool, bool);                           \
+    template basic_buffer<CharT> ExpandTemplate(const basic_buffer<CharT>&, const CRegMatch&,      \
+                                                const basic_buffer<CharT>&);                       \
+    template bool RegMatches(const basic_buffer<CharT>&, const basic_regex_handle<CharT>&, bool,   \
+                             bool);                                                                \
+    template bool RegRange(const basic_buffer<CharT>&, const basic_regex_handle<CharT>&,           \
+                           uint32_t&, uint32_t&, bool, bool);
+
+ORLO_INSTANTIATE_REGEX_REPLACE(char)
+ORLO_INSTANTIATE_REGEX_REPLACE(wchar_t)
+
+#undef ORLO_INSTANTIATE_REGEX_REPLACE
+
+}  // namespace Orlo
