@@ -7,29 +7,6 @@
 
 #include <gtest/gtest.h>
 
-// gtest brings in the C library's <regex.h>, whose REG_* macros would
-// rewrite the engine's constants of the same names.
-#undef REG_EXTENDED
-#undef REG_ICASE
-#undef REG_NEWLINE
-#undef REG_NOSUB
-#undef REG_NOTBOL
-#undef REG_NOTEOL
-#undef REG_STARTEND
-#undef REG_NOMATCH
-#undef REG_BADPAT
-#undef REG_ECOLLATE
-#undef REG_ECTYPE
-#undef REG_EESCAPE
-#undef REG_ESUBREG
-#undef REG_EBRACK
-#undef REG_EPAREN
-#undef REG_EBRACE
-#undef REG_BADBR
-#undef REG_ERANGE
-#undef REG_ESPACE
-#undef REG_BADRPT
-
 #include <cstdint>
 #include <set>
 #include <string>

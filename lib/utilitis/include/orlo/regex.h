@@ -80,7 +80,7 @@ extern template class basic_regex_handle<wchar_t>;
 // feed and `^`/`$` match at one; `expand` translates the class letters
 // first, unless the pattern begins with "***", whose own options then
 // decide the newline rule.
-regex_handle compile_pattern_handle(byteEx& pattern, bool ignore_case, bool newline,
+regex_handle compile_pattern_handle(basic_buffer<char>& pattern, bool ignore_case, bool newline,
                                     uint8_t raw_flags, bool expand);
 wregex_handle compile_pattern_handle(basic_buffer<wchar_t>& pattern, bool ignore_case, bool newline,
                                      uint8_t raw_flags, bool expand);
@@ -99,9 +99,10 @@ using regex_results = std::vector<std::pair<uint32_t, uint32_t>>;
 // start. Empty matches advance by one. False for no match, for an invalid
 // pattern, and when `start` is at or past the subject's end. An empty
 // `pattern` frees the thread's cache and returns false.
-bool regex_find(const byteEx& subject, regex_results& results, byteEx& pattern, uint32_t ordinal,
-                uint32_t start, bool ignore_case, bool newline, uint8_t raw_flags, uint8_t not_bol,
-                bool not_eol, bool expand, bool start_not_bol);
+bool regex_find(const basic_buffer<char>& subject, regex_results& results,
+                basic_buffer<char>& pattern, uint32_t ordinal, uint32_t start, bool ignore_case,
+                bool newline, uint8_t raw_flags, uint8_t not_bol, bool not_eol, bool expand,
+                bool start_not_bol);
 bool regex_find(const basic_buffer<wchar_t>& subject, regex_results& results,
                 basic_buffer<wchar_t>& pattern, uint32_t ordinal, uint32_t start, bool ignore_case,
                 bool newline, uint8_t raw_flags, uint8_t not_bol, bool not_eol, bool expand,

@@ -25,6 +25,31 @@
 #include <cstddef>
 #include <cstdint>
 
+// The C library's <regex.h> (which some headers, test frameworks among
+// them, bring in) defines macros with some of these names; they would
+// rewrite the constants below, so they are dropped here. A file that needs
+// both must keep the C library's use apart from this header.
+#undef REG_EXTENDED
+#undef REG_ICASE
+#undef REG_NEWLINE
+#undef REG_NOSUB
+#undef REG_NOTBOL
+#undef REG_NOTEOL
+#undef REG_STARTEND
+#undef REG_NOMATCH
+#undef REG_BADPAT
+#undef REG_ECOLLATE
+#undef REG_ECTYPE
+#undef REG_EESCAPE
+#undef REG_ESUBREG
+#undef REG_EBRACK
+#undef REG_EPAREN
+#undef REG_EBRACE
+#undef REG_BADBR
+#undef REG_ERANGE
+#undef REG_ESPACE
+#undef REG_BADRPT
+
 namespace Orlo {
 
 // ---- compile flags --------------------------------------------------------------

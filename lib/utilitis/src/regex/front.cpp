@@ -203,7 +203,7 @@ basic_regex_handle<CharT> compile(basic_buffer<CharT>& pattern, bool ignore_case
 
 }  // namespace
 
-regex_handle compile_pattern_handle(byteEx& pattern, bool ignore_case, bool newline,
+regex_handle compile_pattern_handle(basic_buffer<char>& pattern, bool ignore_case, bool newline,
                                     uint8_t raw_flags, bool expand) {
     return compile(pattern, ignore_case, newline, raw_flags, expand);
 }
@@ -357,9 +357,10 @@ bool find(const basic_buffer<CharT>& subject, regex_results& results, basic_buff
 
 }  // namespace
 
-bool regex_find(const byteEx& subject, regex_results& results, byteEx& pattern, uint32_t ordinal,
-                uint32_t start, bool ignore_case, bool newline, uint8_t raw_flags, uint8_t not_bol,
-                bool not_eol, bool expand, bool start_not_bol) {
+bool regex_find(const basic_buffer<char>& subject, regex_results& results,
+                basic_buffer<char>& pattern, uint32_t ordinal, uint32_t start, bool ignore_case,
+                bool newline, uint8_t raw_flags, uint8_t not_bol, bool not_eol, bool expand,
+                bool start_not_bol) {
     return find<char>(subject, results, pattern, ordinal, start, ignore_case, newline, raw_flags,
                       not_bol, not_eol, expand, start_not_bol);
 }
