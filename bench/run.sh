@@ -19,11 +19,12 @@ DATA=$PWD/bench/data
 RESULTS=$PWD/bench/results
 LOG=$DATA/access-${SIZE_MB}mb.log
 
-if ! command -v hyperfine >/dev/null || ! command -v sd >/dev/null; then
+if ! command -v hyperfine >/dev/null || ! command -v sd >/dev/null || ! command -v rg >/dev/null \
+    || [ ! -x /usr/bin/time ]; then
     if [ "$(id -u)" -eq 0 ]; then
-        DEBIAN_FRONTEND=noninteractive apt-get install -y -qq hyperfine sd >/dev/null
+        DEBIAN_FRONTEND=noninteractive apt-get install -y -qq hyperfine sd ripgrep time >/dev/null
     else
-        echo "bench: wants hyperfine and sd: apt-get install -y hyperfine sd" >&2
+        echo "bench: wants hyperfine, sd, ripgrep and time: apt-get install -y hyperfine sd ripgrep time" >&2
         exit 1
     fi
 fi
@@ -91,6 +92,49 @@ run_case caseblind-pipe \
     perl "cat '$LOG' | perl -pe 's/error/FAILURE/gi'" \
     sd "cat '$LOG' | sd -f i error FAILURE"
 
+# ---- regular expressions ----------------------------------------------------
+# Through a pipe, against sed -E, perl and ripgrep's pass-through replace.
+# The patterns are chosen so that leftmost-longest and leftmost-first agree.
+IP='([0-9]+)\.([0-9]+)\.([0-9]+)\.([0-9]+)'
+run_case regex-ip-reverse \
+    mendo "cat '$LOG' | '$MENDO' '-r:$IP' '-t:\\4.\\3.\\2.\\1'" \
+    sed "cat '$LOG' | sed -E 's/$IP/\\4.\\3.\\2.\\1/g'" \
+    perl "cat '$LOG' | perl -pe 's/$IP/\$4.\$3.\$2.\$1/g'" \
+    rg "cat '$LOG' | rg --no-config --passthru '$IP' -r '\$4.\$3.\$2.\$1'"
+
+run_case regex-rare-alternation \
+    mendo "cat '$LOG' | '$MENDO' '-r:(POST|DELETE) /login' '-t:\\1 /signin'" \
+    sed "cat '$LOG' | sed -E 's#(POST|DELETE) /login#\\1 /signin#g'" \
+    perl "cat '$LOG' | perl -pe 's#(POST|DELETE) /login#\$1 /signin#g'" \
+    rg "cat '$LOG' | rg --no-config --passthru '(POST|DELETE) /login' -r '\$1 /signin'"
+
+run_case regex-line-anchored \
+    mendo "cat '$LOG' | '$MENDO' '-r:^2026-11-0([1-9])' '-t:2026-11-1\\1'" \
+    sed "cat '$LOG' | sed -E 's/^2026-11-0([1-9])/2026-11-1\\1/'" \
+    perl "cat '$LOG' | perl -pe 's/^2026-11-0([1-9])/2026-11-1\$1/'" \
+    rg "cat '$LOG' | rg --no-config --passthru '^2026-11-0([1-9])' -r '2026-11-1\$1'"
+
+run_case regex-never-matches \
+    mendo "cat '$LOG' | '$MENDO' '-r:qqq[0-9]+zzz' '-t:x'" \
+    sed "cat '$LOG' | sed -E 's/qqq[0-9]+zzz/x/g'" \
+    perl "cat '$LOG' | perl -pe 's/qqq[0-9]+zzz/x/g'" \
+    rg "cat '$LOG' | rg --no-config --passthru 'qqq[0-9]+zzz' -r 'x'"
+
+# Peak memory of the regex replace on the log, in each strategy, against the
+# input's size (GNU time's maximum resident set, in kB).
+peak_kb() { /usr/bin/time -f %M "$@" 2>&1 >/dev/null | tail -1; }
+INPUT_KB=$(( $(stat -c %s "$LOG") / 1024 ))
+EXPAND_KB=$(peak_kb "$MENDO" "$LOG" "-r:$IP" '-t:\4.\3.\2.\1' -stdout)
+INPLACE_KB=$(peak_kb "$MENDO" "$LOG" "-r:$IP" '-t:\4.\3.\2.\1' -stdout -noexp)
+cat > "$RESULTS/memory.md" <<MEM
+| strategy | peak resident (MB) | ratio to the input |
+|---|---|---|
+| memory expand | $(( EXPAND_KB / 1024 )) | $(python3 -c "print('%.2f' % ($EXPAND_KB / $INPUT_KB))") |
+| in place (-noexp) | $(( INPLACE_KB / 1024 )) | $(python3 -c "print('%.2f' % ($INPLACE_KB / $INPUT_KB))") |
+MEM
+echo "== memory"
+cat "$RESULTS/memory.md"
+
 # ---- files ------------------------------------------------------------------
 # In-place rewrite of the whole log with a same-length replacement, so that
 # every run rewrites the file; each tool works on its own copy, restored
@@ -138,7 +182,8 @@ python3 - "$RESULTS" <<'EOF'
 import json, os, sys
 results = sys.argv[1]
 lines = ["| case | tool | median (s) | ratio to fastest anchor |", "|---|---|---|---|"]
-for case in ("plain-pipe", "caseblind-pipe", "inplace-file", "small-files"):
+for case in ("plain-pipe", "caseblind-pipe", "inplace-file", "small-files", "regex-ip-reverse",
+             "regex-rare-alternation", "regex-line-anchored", "regex-never-matches"):
     with open(os.path.join(results, case + ".json")) as f:
         data = json.load(f)["results"]
     medians = {r["command"]: r["median"] for r in data}
@@ -148,6 +193,10 @@ for case in ("plain-pipe", "caseblind-pipe", "inplace-file", "small-files"):
         lines.append("| %s | %s | %.3f | %.2f |" % (case, tool, median, median / fastest))
 table = "\n".join(lines)
 print(table)
+with open(os.path.join(results, "memory.md")) as f:
+    memory = f.read()
+print()
+print(memory)
 with open(os.path.join(results, "summary.md"), "w") as f:
-    f.write(table + "\n")
+    f.write(table + "\n\n" + memory)
 EOF
