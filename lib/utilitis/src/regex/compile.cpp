@@ -12,6 +12,7 @@
 // not. A failed compilation also releases `re`, which the caller then must
 // not release again.
 
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -188,6 +189,8 @@ void publish(parse_vars<CharT>* v, guts<CharT>* g) {
     g->compare = (v->cflags & REG_ICASE) ? &casecmp<CharT> : &cmp<CharT>;
     g->lacons = v->lacons;
     g->nlacons = v->nlacons;
+    static std::atomic<uint64_t> serials{0};
+    g->serial = serials.fetch_add(1, std::memory_order_relaxed) + 1;
     v->tree = nullptr;
     v->treechain = nullptr;
     v->lacons = nullptr;

@@ -134,11 +134,10 @@ sset<CharT>* initialize(match_vars<CharT>* v, dfa<CharT>* d, const CharT* start)
 template <class CharT>
 bool lacon(match_vars<CharT>* v, const CharT* cp, int index) {
     const subre& la = v->g->lacons[index];
-    smalldfa<CharT> scratch;
-    dfa<CharT>* d = newdfa(v, &la.cnfa, &v->g->cmap, &scratch);
+    dfa<CharT>* d = getdfa(v, &la.cnfa);
     if (!d) return false;
     const CharT* end = longest(v, d, cp, v->stop, static_cast<int*>(nullptr));
-    freedfa(d);
+    putdfa(d);
     if (has_error(v)) return false;
     return la.subno ? end != nullptr : end == nullptr;
 }
@@ -243,33 +242,33 @@ const CharT* lastcold(const match_vars<CharT>* v, const dfa<CharT>* d) {
     return nopr;
 }
 
-}  // namespace
-
 template <class CharT>
-dfa<CharT>* newdfa(match_vars<CharT>* v, const cnfa* cnfa, const colormap<CharT>* cm,
-                   smalldfa<CharT>* scratch) {
+void freedfa(dfa<CharT>* d);
+
+// A new dfa over `cnfa`: one block for the common small automata, five
+// allocations otherwise. Null with REG_ESPACE.
+template <class CharT>
+dfa<CharT>* newdfa(match_vars<CharT>* v, const cnfa* cnfa) {
     const int nstates = cnfa->nstates;
-    const int nss = (v->eflags & REG_SMALL) ? SMALLCACHE : 2 * nstates;
+    const bool small = (v->eflags & REG_SMALL) != 0;
+    const int nss = small ? SMALLCACHE : 2 * nstates;
     const int wordsper = (nstates + 31) / 32;
     const int ncolors = cnfa->ncolors;
     dfa<CharT>* d;
     if (2 * nstates <= FEWSTATES && ncolors <= FEWCOLORS) {
-        smalldfa<CharT>* small = scratch;
-        if (!small) {
-            small = static_cast<smalldfa<CharT>*>(std::malloc(sizeof(smalldfa<CharT>)));
-            if (!small) {
-                set_error(v, REG_ESPACE);
-                return nullptr;
-            }
+        auto* block = static_cast<smalldfa<CharT>*>(std::malloc(sizeof(smalldfa<CharT>)));
+        if (!block) {
+            set_error(v, REG_ESPACE);
+            return nullptr;
         }
-        d = &small->dfa;
-        d->ssets = small->ssets;
-        d->statesarea = small->statesarea;
+        d = &block->dfa;
+        d->ssets = block->ssets;
+        d->statesarea = block->statesarea;
         d->work = &d->statesarea[nss];
-        d->outsarea = small->outsarea;
-        d->incarea = small->incarea;
+        d->outsarea = block->outsarea;
+        d->incarea = block->incarea;
         d->ismalloced = false;
-        d->mallocarea = scratch ? nullptr : small;
+        d->mallocarea = block;
     } else {
         d = static_cast<dfa<CharT>*>(std::malloc(sizeof(dfa<CharT>)));
         if (!d) {
@@ -298,10 +297,15 @@ dfa<CharT>* newdfa(match_vars<CharT>* v, const cnfa* cnfa, const colormap<CharT>
     d->ncolors = ncolors;
     d->wordsper = wordsper;
     d->cnfa = cnfa;
-    d->cm = cm;
+    d->cm = &v->g->cmap;
     d->lastpost = nullptr;
     d->lastnopr = nullptr;
     d->search = d->ssets;
+    d->serial = v->g->serial;
+    d->small = small;
+    d->kept = false;
+    d->inuse = true;
+    d->lastuse = 0;
     return d;
 }
 
@@ -314,6 +318,97 @@ void freedfa(dfa<CharT>* d) {
         std::free(d->incarea);
     }
     std::free(d->mallocarea);
+}
+
+// The dfas a thread keeps between calls, in a small hash table on the
+// automaton's address: a pattern with groups uses a dozen or more automata
+// per match, and looking one up must cost next to nothing. A slot holds one
+// dfa; a newcomer replaces the least recently used idle dfa among the few
+// slots it may occupy. None so large that keeping it would matter is kept.
+template <class CharT>
+class dfa_keeper {
+  public:
+    static constexpr size_t kSlots = 256;
+    static constexpr size_t kWays = 4;
+    static constexpr size_t kMaxKeptBytes = size_t(4) << 20;
+
+    ~dfa_keeper() {
+        for (dfa<CharT>* d : m_slots)
+            if (d) freedfa(d);
+    }
+
+    dfa<CharT>* find(uint64_t serial, const cnfa* cnfa, bool small) {
+        const size_t home = slot_of(cnfa);
+        for (size_t i = 0; i < kWays; ++i) {
+            dfa<CharT>* d = m_slots[(home + i) % kSlots];
+            if (d && !d->inuse && d->cnfa == cnfa && d->serial == serial && d->small == small) {
+                d->inuse = true;
+                d->lastuse = ++m_clock;
+                return d;
+            }
+        }
+        return nullptr;
+    }
+
+    // Takes `d` into a free or the least recently used idle slot of its
+    // ways; leaves it with the caller when it is too large or all are busy.
+    void keep(dfa<CharT>* d) {
+        if (footprint(d) > kMaxKeptBytes) return;
+        const size_t home = slot_of(d->cnfa);
+        dfa<CharT>** victim = nullptr;
+        for (size_t i = 0; i < kWays; ++i) {
+            dfa<CharT>*& slot = m_slots[(home + i) % kSlots];
+            if (!slot) {
+                victim = &slot;
+                break;
+            }
+            if (!slot->inuse && (!victim || slot->lastuse < (*victim)->lastuse)) victim = &slot;
+        }
+        if (!victim) return;
+        if (*victim) freedfa(*victim);
+        *victim = d;
+        d->kept = true;
+        d->lastuse = ++m_clock;
+    }
+
+  private:
+    static size_t slot_of(const cnfa* cnfa) {
+        const uintptr_t a = reinterpret_cast<uintptr_t>(cnfa);
+        return size_t((a >> 4) ^ (a >> 12)) % kSlots;
+    }
+
+    static size_t footprint(const dfa<CharT>* d) {
+        const size_t sets = size_t(d->nssets);
+        return sets * (sizeof(sset<CharT>) + size_t(d->wordsper) * sizeof(uint32_t) +
+                       size_t(d->ncolors) * (sizeof(sset<CharT>*) + sizeof(arcp<CharT>)));
+    }
+
+    dfa<CharT>* m_slots[kSlots] = {};
+    uint64_t m_clock = 0;
+};
+
+template <class CharT>
+dfa_keeper<CharT>& keeper() {
+    thread_local dfa_keeper<CharT> k;
+    return k;
+}
+
+}  // namespace
+
+template <class CharT>
+dfa<CharT>* getdfa(match_vars<CharT>* v, const cnfa* cnfa) {
+    const bool small = (v->eflags & REG_SMALL) != 0;
+    dfa_keeper<CharT>& k = keeper<CharT>();
+    if (dfa<CharT>* d = k.find(v->g->serial, cnfa, small)) return d;
+    dfa<CharT>* d = newdfa(v, cnfa);
+    if (d) k.keep(d);
+    return d;
+}
+
+template <class CharT>
+void putdfa(dfa<CharT>* d) {
+    d->inuse = false;
+    if (!d->kept) freedfa(d);
 }
 
 template <class CharT>
@@ -400,9 +495,8 @@ const CharT* shortest(match_vars<CharT>* v, dfa<CharT>* d, const CharT* start, c
 }
 
 #define ORLO_RE_INSTANTIATE_DFA(CharT)                                                          \
-    template dfa<CharT>* newdfa(match_vars<CharT>*, const cnfa*, const colormap<CharT>*,        \
-                                smalldfa<CharT>*);                                              \
-    template void freedfa(dfa<CharT>*);                                                         \
+    template dfa<CharT>* getdfa(match_vars<CharT>*, const cnfa*);                               \
+    template void putdfa(dfa<CharT>*);                                                          \
     template const CharT* longest(match_vars<CharT>*, dfa<CharT>*, const CharT*, const CharT*,  \
                                   int*);                                                        \
     template const CharT* shortest(match_vars<CharT>*, dfa<CharT>*, const CharT*, const CharT*, \

@@ -9,6 +9,12 @@
 // walked so far may be reused. Where a match might end is recorded apart
 // (`lastpost`, `lastnopr`), so that it outlives an evicted set.
 //
+// The sets and transitions a walk builds depend only on the automaton, so a
+// thread keeps its dfas from one engine_exec call to the next (getdfa /
+// putdfa): a loop that matches one pattern again and again, as a replace
+// does, builds its states once. Each walk starts by forgetting every visit,
+// which is all that ties a dfa to one text.
+//
 // A position is a pointer into the text being matched; null means "never".
 // A transition that had to evaluate a look-ahead depends on the position and
 // is never cached.
@@ -72,6 +78,12 @@ struct dfa {
     sset<CharT>* search;    // eviction cursor
     bool ismalloced;
     void* mallocarea;  // the block this dfa lives in, when malloced
+    // Kept across calls by the thread's keeper (see getdfa).
+    uint64_t serial;   // the compilation it belongs to
+    bool small;        // built for REG_SMALL
+    bool kept;         // owned by the keeper, not by the caller
+    bool inuse;        // handed out and not yet put back
+    uint64_t lastuse;  // for choosing which kept dfa to drop
 };
 
 inline constexpr int FEWSTATES = 20;  // a cnfa of at most FEWSTATES / 2 states ...
@@ -102,8 +114,6 @@ struct match_vars {
     const CharT* stop;   // its end
     int err;
     uint32_t* mem;  // retry memory, one cell per tree node
-    smalldfa<CharT> dfa1;
-    smalldfa<CharT> dfa2;
 };
 
 template <class CharT>
@@ -115,15 +125,13 @@ inline bool has_error(const match_vars<CharT>* v) {
     return v->err != REG_OKAY;
 }
 
-// A dfa over `cnfa`, in `scratch` when the automaton is small enough and
-// scratch is given, else malloced. Null with REG_ESPACE.
+// A dfa over `cnfa`, one of the automata of the pattern being matched:
+// the one this thread kept from an earlier call when there is one, else a
+// new one. Null with REG_ESPACE. Every dfa got must be put back.
 template <class CharT>
-dfa<CharT>* newdfa(match_vars<CharT>* v, const cnfa* cnfa, const colormap<CharT>* cm,
-                   smalldfa<CharT>* scratch);
-
-// Releases what `newdfa` allocated (nothing for scratch).
+dfa<CharT>* getdfa(match_vars<CharT>* v, const cnfa* cnfa);
 template <class CharT>
-void freedfa(dfa<CharT>* d);
+void putdfa(dfa<CharT>* d);
 
 // The end of the longest match beginning at `start` and ending at or before
 // `stop`, or null. `hitstop`, when given, tells whether the walk reached

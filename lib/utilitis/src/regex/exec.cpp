@@ -85,11 +85,11 @@ int dissect(match_vars<CharT>* v, const subre* t, const CharT* begin, const Char
 template <class CharT>
 int split_concatenation(match_vars<CharT>* v, const subre* t, const CharT* begin, const CharT* end,
                         const CharT** midp) {
-    dfa<CharT>* d = newdfa(v, &t->left->cnfa, &v->g->cmap, &v->dfa1);
+    dfa<CharT>* d = getdfa(v, &t->left->cnfa);
     if (!d) return v->err;
-    dfa<CharT>* d2 = newdfa(v, &t->right->cnfa, &v->g->cmap, &v->dfa2);
+    dfa<CharT>* d2 = getdfa(v, &t->right->cnfa);
     if (!d2) {
-        freedfa(d);
+        putdfa(d);
         return v->err;
     }
     const bool shorter = (t->left->flags & SHORTER) != 0;
@@ -103,8 +103,8 @@ int split_concatenation(match_vars<CharT>* v, const subre* t, const CharT* begin
         mid = shorter ? preferred_end(v, d, true, begin, mid + 1, end, nullptr)
                       : longest(v, d, begin, mid - 1, static_cast<int*>(nullptr));
     }
-    freedfa(d);
-    freedfa(d2);
+    putdfa(d);
+    putdfa(d2);
     if (has_error(v)) return v->err;
     if (!mid) return REG_ASSERT;
     *midp = mid;
@@ -115,10 +115,10 @@ template <class CharT>
 int dissect_alternation(match_vars<CharT>* v, const subre* t, const CharT* begin, const CharT* end,
                         const subre** chosen) {
     for (; t; t = t->right) {
-        dfa<CharT>* d = newdfa(v, &t->left->cnfa, &v->g->cmap, &v->dfa1);
+        dfa<CharT>* d = getdfa(v, &t->left->cnfa);
         if (!d) return v->err;
         bool whole = spans(v, d, begin, end);
-        freedfa(d);
+        putdfa(d);
         if (has_error(v)) return v->err;
         if (whole) {
             *chosen = t->left;
@@ -181,12 +181,11 @@ int cdissect(match_vars<CharT>* v, const subre* t, const CharT* begin, const Cha
 template <class CharT>
 int concatenation(match_vars<CharT>* v, const subre* t, const CharT* begin, const CharT* end) {
     const bool shorter = (t->left->flags & SHORTER) != 0;
-    dfa<CharT>* d = newdfa(v, &t->left->cnfa, &v->g->cmap, static_cast<smalldfa<CharT>*>(nullptr));
+    dfa<CharT>* d = getdfa(v, &t->left->cnfa);
     if (!d) return v->err;
-    dfa<CharT>* d2 =
-        newdfa(v, &t->right->cnfa, &v->g->cmap, static_cast<smalldfa<CharT>*>(nullptr));
+    dfa<CharT>* d2 = getdfa(v, &t->right->cnfa);
     if (!d2) {
-        freedfa(d);
+        putdfa(d);
         return v->err;
     }
     uint32_t& cell = v->mem[t->retry];
@@ -218,8 +217,8 @@ int concatenation(match_vars<CharT>* v, const subre* t, const CharT* begin, cons
         zapmem(v, t->left);
         zapmem(v, t->right);
     }
-    freedfa(d);
-    freedfa(d2);
+    putdfa(d);
+    putdfa(d2);
     if (has_error(v)) return v->err;
     return er;
 }
@@ -232,11 +231,10 @@ int alternation(match_vars<CharT>* v, const subre* t, const CharT* begin, const 
         uint32_t& cell = v->mem[t->retry];
         if (cell == TRIED) continue;
         if (cell == UNTRIED) {
-            dfa<CharT>* d =
-                newdfa(v, &t->left->cnfa, &v->g->cmap, static_cast<smalldfa<CharT>*>(nullptr));
+            dfa<CharT>* d = getdfa(v, &t->left->cnfa);
             if (!d) return v->err;
             bool whole = spans(v, d, begin, end);
-            freedfa(d);
+            putdfa(d);
             if (has_error(v)) return v->err;
             if (!whole) {
                 cell = TRIED;
@@ -303,11 +301,11 @@ int cdissect(match_vars<CharT>* v, const subre* t, const CharT* begin, const Cha
 // For patterns without back references: the automata are exact.
 template <class CharT>
 int find(match_vars<CharT>* v, const cnfa* cnfa) {
-    dfa<CharT>* s = newdfa(v, &v->g->search, &v->g->cmap, &v->dfa1);
+    dfa<CharT>* s = getdfa(v, &v->g->search);
     if (!s) return v->err;
     const CharT* cold = nullptr;
     const CharT* close = shortest(v, s, v->start, v->start, v->stop, &cold, nullptr);
-    freedfa(s);
+    putdfa(s);
     if (has_error(v)) return v->err;
     report_extent(v, cold);
     if (!close) return REG_NOMATCH;
@@ -315,7 +313,7 @@ int find(match_vars<CharT>* v, const cnfa* cnfa) {
 
     const CharT* open = cold;
     cold = nullptr;
-    dfa<CharT>* d = newdfa(v, cnfa, &v->g->cmap, &v->dfa1);
+    dfa<CharT>* d = getdfa(v, cnfa);
     if (!d) return v->err;
     const bool shorter = (v->g->tree->flags & SHORTER) != 0;
     const CharT* begin;
@@ -327,7 +325,7 @@ int find(match_vars<CharT>* v, const cnfa* cnfa) {
         if (hitend && !cold) cold = begin;
         if (end) break;
     }
-    freedfa(d);
+    putdfa(d);
     if (has_error(v)) return v->err;
     if (!end) return REG_ASSERT;  // the search automaton promised a match
 
@@ -377,11 +375,11 @@ int try_candidates(match_vars<CharT>* v, dfa<CharT>* d, const CharT* open, const
 // For patterns with back references: every candidate is verified.
 template <class CharT>
 int cfind(match_vars<CharT>* v, const cnfa* cnfa) {
-    dfa<CharT>* s = newdfa(v, &v->g->search, &v->g->cmap, &v->dfa1);
+    dfa<CharT>* s = getdfa(v, &v->g->search);
     if (!s) return v->err;
-    dfa<CharT>* d = newdfa(v, cnfa, &v->g->cmap, &v->dfa2);
+    dfa<CharT>* d = getdfa(v, cnfa);
     if (!d) {
-        freedfa(s);
+        putdfa(s);
         return v->err;
     }
     const CharT* cold = nullptr;
@@ -403,8 +401,8 @@ int cfind(match_vars<CharT>* v, const cnfa* cnfa) {
         // after it; asking again for an end at `close` would loop for ever.
         min = close + 1;
     } while (close < v->stop);
-    freedfa(d);
-    freedfa(s);
+    putdfa(d);
+    putdfa(s);
     report_extent(v, cold);
     return er;
 }

@@ -276,6 +276,7 @@ struct guts {
     string_compare<CharT> compare;
     subre* lacons;
     int nlacons;
+    uint64_t serial;  // unique per compilation in this process; names it to the DFA keeper
 };
 
 // ---- compile state -----------------------------------------------------------------------
