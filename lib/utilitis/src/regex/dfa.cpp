@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include <emmintrin.h>
+
 namespace Orlo::IMPL::re {
 namespace {
 
@@ -98,6 +100,8 @@ sset<CharT>* pickss(match_vars<CharT>* v, dfa<CharT>* d, const CharT* cp, const 
     }
 
     detach(d, victim);
+    if (victim == d->skipset) d->skipset = nullptr;
+    if (victim == d->skiptried) d->skiptried = nullptr;
     if ((victim->flags & POSTSTATE) && victim->lastseen)
         d->lastpost = later(d->lastpost, victim->lastseen);
     if ((victim->flags & NOPROGRESS) && victim->lastseen)
@@ -215,6 +219,7 @@ sset<CharT>* miss(match_vars<CharT>* v, dfa<CharT>* d, sset<CharT>* css, color c
         css->outs[co] = p;
         css->inchain[co] = p->ins;
         p->ins = arcp<CharT>{css, co};
+        ++d->newouts;
     }
     return p;
 }
@@ -301,6 +306,12 @@ dfa<CharT>* newdfa(match_vars<CharT>* v, const cnfa* cnfa) {
     d->lastpost = nullptr;
     d->lastnopr = nullptr;
     d->search = d->ssets;
+    d->skipset = nullptr;
+    d->nskip = 0;
+    d->loops = 0;
+    d->skiptried = nullptr;
+    d->skiptriedat = 0;
+    d->newouts = 0;
     d->serial = v->g->serial;
     d->small = small;
     d->kept = false;
@@ -387,6 +398,100 @@ class dfa_keeper {
     uint64_t m_clock = 0;
 };
 
+// ---- the walk -------------------------------------------------------------------------
+
+// The first of `p`..`end` that is one of the `n` (1 to 3) bytes, or `end`.
+const char* find_first_of(const char* p, const char* end, const unsigned char* bytes, int n) {
+    if (n == 1) {
+        const void* hit = std::memchr(p, bytes[0], size_t(end - p));
+        return hit ? static_cast<const char*>(hit) : end;
+    }
+    const __m128i b0 = _mm_set1_epi8(char(bytes[0]));
+    const __m128i b1 = _mm_set1_epi8(char(bytes[1]));
+    const __m128i b2 = _mm_set1_epi8(char(bytes[n == 3 ? 2 : 1]));
+    for (; end - p >= 16; p += 16) {
+        const __m128i chunk = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        const __m128i any =
+            _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(chunk, b0), _mm_cmpeq_epi8(chunk, b1)),
+                         _mm_cmpeq_epi8(chunk, b2));
+        if (const int mask = _mm_movemask_epi8(any)) return p + __builtin_ctz(unsigned(mask));
+    }
+    for (; p < end; ++p) {
+        const unsigned char c = static_cast<unsigned char>(*p);
+        if (c == bytes[0] || c == bytes[1] || c == bytes[n - 1]) return p;
+    }
+    return end;
+}
+
+// Makes `ss` the skip set when at most three bytes leave it (a transition
+// not built yet counts as leaving). Narrow text only.
+template <class CharT>
+void consider_skip(dfa<CharT>* d, sset<CharT>* ss) {
+    if constexpr (sizeof(CharT) != 1) {
+        (void)d;
+        (void)ss;
+        return;
+    } else {
+        if (ss == d->skiptried && d->newouts == d->skiptriedat) return;
+        if (ss->flags & POSTSTATE) return;
+        unsigned char bytes[4] = {};
+        int n = 0;
+        for (int b = 0; b < 256; ++b) {
+            if (ss->outs[getcolor(d->cm, CharT(b))] == ss) continue;
+            if (n == 3) {
+                n = 0;
+                break;
+            }
+            bytes[n++] = static_cast<unsigned char>(b);
+        }
+        if (n == 0) {
+            d->skiptried = ss;
+            d->skiptriedat = d->newouts;
+            return;
+        }
+        std::memcpy(d->skipbytes, bytes, sizeof bytes);
+        d->nskip = n;
+        d->skipset = ss;
+    }
+}
+
+// Steps from `css` over the text from `cp` up to `limit`, leaving `cp` and
+// `css` where it stopped. Stops early after reaching a set with the post
+// state at or beyond `postFrom`, when that is given. Returns the last set
+// reached, or null when no transition led on (the walk died).
+template <class CharT>
+sset<CharT>* walk(match_vars<CharT>* v, dfa<CharT>* d, sset<CharT>*& css, const CharT*& cp,
+                  const CharT* limit, const CharT* start, const CharT* postFrom) {
+    sset<CharT>* ss = css;
+    while (cp < limit) {
+        if constexpr (sizeof(CharT) == 1) {
+            if (css == d->skipset) {
+                // Every byte but the skip bytes leads from this set back
+                // to it, so those steps only move the position.
+                cp = find_first_of(cp, limit, d->skipbytes, d->nskip);
+                css->lastseen = cp;
+                if (cp == limit) break;
+            }
+        }
+        const color co = getcolor(d->cm, *cp);
+        ss = css->outs[co];
+        if (!ss) {
+            ss = miss(v, d, css, co, cp + 1, start);
+            if (!ss) break;
+        }
+        ++cp;
+        ss->lastseen = cp;
+        if (ss == css) {
+            if (++d->loops == 32 && ss != d->skipset) consider_skip(d, ss);
+        } else {
+            d->loops = 0;
+        }
+        css = ss;
+        if (postFrom && (ss->flags & POSTSTATE) && cp >= postFrom) break;
+    }
+    return ss;
+}
+
 template <class CharT>
 dfa_keeper<CharT>& keeper() {
     thread_local dfa_keeper<CharT> k;
@@ -425,17 +530,7 @@ const CharT* longest(match_vars<CharT>* v, dfa<CharT>* d, const CharT* start, co
     if (!css) return nullptr;
     css->lastseen = cp;
 
-    while (cp < realstop) {
-        color co = getcolor(d->cm, *cp);
-        sset<CharT>* ss = css->outs[co];
-        if (!ss) {
-            ss = miss(v, d, css, co, cp + 1, start);
-            if (!ss) break;
-        }
-        ++cp;
-        ss->lastseen = cp;
-        css = ss;
-    }
+    walk(v, d, css, cp, realstop, start, static_cast<const CharT*>(nullptr));
     if (has_error(v)) return nullptr;
 
     if (cp == v->stop && stop == v->stop) {
@@ -466,20 +561,7 @@ const CharT* shortest(match_vars<CharT>* v, dfa<CharT>* d, const CharT* start, c
     css = miss(v, d, css, colour_before(v, d, start), cp, start);
     if (!css) return nullptr;
     css->lastseen = cp;
-    sset<CharT>* ss = css;
-
-    while (cp < realmax) {
-        color co = getcolor(d->cm, *cp);
-        ss = css->outs[co];
-        if (!ss) {
-            ss = miss(v, d, css, co, cp + 1, start);
-            if (!ss) break;
-        }
-        ++cp;
-        ss->lastseen = cp;
-        css = ss;
-        if ((ss->flags & POSTSTATE) && cp >= realmin) break;
-    }
+    sset<CharT>* ss = walk(v, d, css, cp, realmax, start, realmin);
     if (has_error(v)) return nullptr;
 
     if (coldp) *coldp = lastcold(v, d);

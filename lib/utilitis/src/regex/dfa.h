@@ -78,6 +78,16 @@ struct dfa {
     sset<CharT>* search;    // eviction cursor
     bool ismalloced;
     void* mallocarea;  // the block this dfa lives in, when malloced
+    // The skip: a set the walk tends to stay in (typically the search's
+    // "nothing yet" set), and the few bytes that leave it, so that a narrow
+    // walk can jump over the rest with a vector scan instead of stepping.
+    sset<CharT>* skipset;  // null: none
+    unsigned char skipbytes[4];
+    int nskip;
+    int loops;               // self-loop steps taken in a row
+    sset<CharT>* skiptried;  // a set found unfit for skipping ...
+    uint64_t skiptriedat;    // ... when `newouts` had this value
+    uint64_t newouts;        // transitions cached so far
     // Kept across calls by the thread's keeper (see getdfa).
     uint64_t serial;   // the compilation it belongs to
     bool small;        // built for REG_SMALL
