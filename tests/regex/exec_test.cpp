@@ -39,8 +39,12 @@ std::string Match(int cflags, const std::basic_string<CharT>& pattern,
     if (rc == Orlo::REG_NOMATCH) return "nomatch";
     if (rc != Orlo::REG_OKAY) return "exec " + std::to_string(rc);
     std::string out;
-    for (const regmatch_t& r : m)
-        out += (out.empty() ? "" : " ") + std::to_string(r.rm_so) + "," + std::to_string(r.rm_eo);
+    for (const regmatch_t& r : m) {
+        if (!out.empty()) out += ' ';
+        out += std::to_string(r.rm_so);
+        out += ',';
+        out += std::to_string(r.rm_eo);
+    }
     return out;
 }
 

@@ -48,9 +48,12 @@ std::string Search(const Find& f, std::string* patternAfter = nullptr) {
     }
     if (!found) return results.empty() ? "none" : "none, but results";
     std::string out;
-    for (const auto& [offset, length] : results)
-        out += (out.empty() ? "" : " ") + std::to_string(int32_t(offset)) + "," +
-               std::to_string(length);
+    for (const auto& [offset, length] : results) {
+        if (!out.empty()) out += ' ';
+        out += std::to_string(int32_t(offset));
+        out += ',';
+        out += std::to_string(length);
+    }
     return out;
 }
 
