@@ -177,5 +177,33 @@ TYPED_TEST(HostilePatternTest, EveryPatternEndsWithAKnownCodeAndNoLeak) {
     EXPECT_GT(compiled, 1000);
 }
 
+// Constraints moved through a loop they can cross without a character never
+// settle, and long runs of position tests multiply states: compilation
+// gives up with REG_ESPACE after a bounded amount of work instead of taking
+// every byte and second there is.
+TYPED_TEST(HostilePatternTest, RunawayCompilationsEndWithESpace) {
+    using CharT = TypeParam;
+    const struct {
+        const char* pattern;
+        int flags;
+    } rows[] = {
+        {"(^$)*", Orlo::REG_EXTENDED},
+        {"x(^$)*", Orlo::REG_ADVANCED},
+        {"(^|$)*", Orlo::REG_EXTENDED},
+        {"($)*^", Orlo::REG_EXTENDED},
+        {"((?=a)$)*", Orlo::REG_ADVANCED},
+        {"(a|\\m)*", Orlo::REG_ADVANCED},
+        {"\\Y\\Y\\Y\\Y\\Y\\Y\\Y\\Y", Orlo::REG_ADVANCED},
+        {"($\\M|.){6}", Orlo::REG_ADVANCED | Orlo::REG_NLANCH},
+    };
+    for (const auto& row : rows) {
+        const std::basic_string<CharT> p = Widen<CharT>(row.pattern);
+        regex_t re{};
+        EXPECT_EQ(engine_compile(&re, p.data(), p.size(), row.flags), Orlo::REG_ESPACE)
+            << row.pattern;
+        EXPECT_EQ(re.re_guts, nullptr);
+    }
+}
+
 }  // namespace
 }  // namespace re_test

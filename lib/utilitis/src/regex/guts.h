@@ -195,6 +195,7 @@ struct nfa {
     color eos[2];
     parse_vars<CharT>* v;
     re::nfa<CharT>* parent;  // a child keeps no colour chains and owns no pseudo-colours
+    long long work;          // arcs looked at by newarc, a measure of optimisation cost
 };
 
 // Compact, read-only automaton.

@@ -353,18 +353,39 @@ bool push(nfa<CharT>* nfa, arc* con) {
     return true;
 }
 
+// How much a propagation may do before it is taken for a runaway. Moving
+// constraints through a loop that a constraint can cross without reading a
+// character (`(^$)*`, `(\y)+`) never settles, and long runs of constraints
+// multiply states; both would otherwise take all memory and time. Real
+// patterns stay far below these bounds.
+inline constexpr int kMaxPropagatedStates = 100000;
+inline constexpr long kMaxPropagationSteps = 1000000;
+inline constexpr int kMinPropagationPasses = 2000;          // plus one per state
+inline constexpr long long kMaxPropagationWork = 50000000;  // arcs looked at by newarc
+
 // Runs `step` on every arc of the given types until a whole pass changes
-// nothing.
+// nothing; REG_ESPACE when the work runs past the bounds above.
 template <class CharT, class Step>
 void propagate(nfa<CharT>* nfa, int type1, int type2, Step step) {
+    const int firstNew = nfa->nstates;
+    const long long firstWork = nfa->work;
+    const long maxPasses = kMinPropagationPasses + long(nfa->nstates);
+    long steps = 0;
+    long passes = 0;
     bool progress;
     do {
         progress = false;
+        if (++passes > maxPasses) set_error(nfa->v, REG_ESPACE);
         for (state* s = nfa->states; s && !has_error(nfa->v);) {
             state* saved_next = s->next;
             for (arc *a = s->outs, *next; a && !has_error(nfa->v); a = next) {
                 next = a->outchain;
-                if ((a->type == type1 || a->type == type2) && step(nfa, a)) progress = true;
+                if (a->type != type1 && a->type != type2) continue;
+                if (step(nfa, a)) progress = true;
+                if (++steps > kMaxPropagationSteps ||
+                    nfa->nstates - firstNew > kMaxPropagatedStates ||
+                    nfa->work - firstWork > kMaxPropagationWork)
+                    set_error(nfa->v, REG_ESPACE);
             }
             s = next_state(s, saved_next);
         }
@@ -457,6 +478,7 @@ nfa<CharT>* newnfa(parse_vars<CharT>* v, colormap<CharT>* cm,
     n->cm = cm;
     n->v = v;
     n->parent = parent;
+    n->work = 0;
     n->bos[0] = n->bos[1] = COLORLESS;
     n->eos[0] = n->eos[1] = COLORLESS;
     n->post = newfstate(n, '@');
@@ -570,6 +592,7 @@ void newarc(nfa<CharT>* nfa, int type, color co, state* from, state* to) {
         set_error(nfa->v, REG_ASSERT);
         return;
     }
+    nfa->work += from->nouts + 1;
     for (const arc* a = from->outs; a; a = a->outchain)
         if (a->to == to && a->co == co && a->type == type) return;
     arc* a = allocarc(nfa, from);
