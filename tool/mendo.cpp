@@ -157,6 +157,12 @@ uint32_t ReplaceInPlace(const Request& req, Workspace& ws) {
 uint32_t ReplaceExpanding(const Request& req, Workspace& ws) {
     byteEx& content = ws.content;
     byteEx& output = ws.output;
+    // A usable pattern without a single match would copy the content into
+    // `output` unchanged: leave it where it is and spare the copy, and the
+    // fresh pages it would take. (An unusable pattern still empties the
+    // content through the swap below, as it always has.)
+    if (req.findMode == kRegex && !ws.regex.empty() && !RegMatches(content, ws.regex, false, false))
+        return 0;
     output.clear();
     // Room for an eighth of growth up front: past the replace's own
     // estimate a large output would otherwise be copied as it grows.

@@ -53,22 +53,15 @@ CharT* AllocateElements(uint32_t count) {
     return static_cast<CharT*>(block);
 }
 
-// Grows a unique block, keeping its first `keep` elements. Large blocks
-// are moved by hand rather than by realloc: the new block must be advised
-// before the copy touches it, and realloc would copy first.
+// Grows a unique block. A large block is a mapping of its own, which
+// realloc moves without copying a byte; it is deliberately not advised
+// towards huge pages, which the kernel cannot move that way (the block
+// would be copied, and memory doubled, at every growth).
 template <class CharT>
-CharT* ReallocateElements(CharT* data, uint32_t count, uint32_t keep) {
-    size_t bytes = size_t(count) * sizeof(CharT);
-    if (bytes < kHugePageWorthy || !data) {
-        void* block = std::realloc(data, bytes);
-        if (!block) throw std::bad_alloc();
-        AdviseLargeBlock(block, bytes);
-        return static_cast<CharT*>(block);
-    }
-    CharT* block = AllocateElements<CharT>(count);
-    if (keep) std::memcpy(block, data, size_t(keep) * sizeof(CharT));
-    std::free(data);
-    return block;
+CharT* ReallocateElements(CharT* data, uint32_t count) {
+    void* block = std::realloc(data, size_t(count) * sizeof(CharT));
+    if (!block) throw std::bad_alloc();
+    return static_cast<CharT*>(block);
 }
 
 template <class CharT>
@@ -371,7 +364,7 @@ void basic_buffer<CharT>::grow_for_write(uint32_t n) {
     if (n <= m_capacity) return;
     uint64_t wanted = uint64_t(n | round_mask) + (m_capacity >> 1);
     uint32_t size = uint32_t(std::min<uint64_t>(wanted, max_size()));
-    CharT* block = ReallocateElements(m_data, size, m_length);
+    CharT* block = ReallocateElements(m_data, size);
     // Only a Null record reaches here without a counter (a view's capacity
     // passes every request); on failure the record stays Null.
     if (!m_refs) m_refs = NewCounterFor(block);
@@ -387,7 +380,7 @@ void basic_buffer<CharT>::reserve_exact(uint32_t n) {
         return;
     }
     if (n <= m_capacity) return;
-    CharT* block = ReallocateElements(m_data, n, m_length);
+    CharT* block = ReallocateElements(m_data, n);
     if (!m_refs) m_refs = NewCounterFor(block);
     m_data = block;
     m_capacity = n;
