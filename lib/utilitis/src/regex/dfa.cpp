@@ -460,9 +460,15 @@ void consider_skip(dfa<CharT>* d, sset<CharT>* ss) {
 // state at or beyond `postFrom`, when that is given. Returns the last set
 // reached, or null when no transition led on (the walk died).
 template <class CharT>
-sset<CharT>* walk(match_vars<CharT>* v, dfa<CharT>* d, sset<CharT>*& css, const CharT*& cp,
+sset<CharT>* walk(match_vars<CharT>* v, dfa<CharT>* d, sset<CharT>*& cssRef, const CharT*& cpRef,
                   const CharT* limit, const CharT* start, const CharT* postFrom) {
+    // Locals, not the references: the stores to `lastseen` could otherwise
+    // alias them and force a reload at every step.
+    sset<CharT>* css = cssRef;
+    const CharT* cp = cpRef;
+    const colormap<CharT>* const cm = d->cm;
     sset<CharT>* ss = css;
+    int loops = d->loops;
     while (cp < limit) {
         if constexpr (sizeof(CharT) == 1) {
             if (css == d->skipset) {
@@ -473,7 +479,7 @@ sset<CharT>* walk(match_vars<CharT>* v, dfa<CharT>* d, sset<CharT>*& css, const 
                 if (cp == limit) break;
             }
         }
-        const color co = getcolor(d->cm, *cp);
+        const color co = getcolor(cm, *cp);
         ss = css->outs[co];
         if (!ss) {
             ss = miss(v, d, css, co, cp + 1, start);
@@ -481,14 +487,17 @@ sset<CharT>* walk(match_vars<CharT>* v, dfa<CharT>* d, sset<CharT>*& css, const 
         }
         ++cp;
         ss->lastseen = cp;
-        if (ss == css) {
-            if (++d->loops == 32 && ss != d->skipset) consider_skip(d, ss);
-        } else {
-            d->loops = 0;
+        if (ss != css) {
+            loops = 0;
+            css = ss;
+        } else if (++loops == 32 && ss != d->skipset) {
+            consider_skip(d, ss);
         }
-        css = ss;
         if (postFrom && (ss->flags & POSTSTATE) && cp >= postFrom) break;
     }
+    d->loops = loops;
+    cssRef = css;
+    cpRef = cp;
     return ss;
 }
 
