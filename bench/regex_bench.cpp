@@ -112,6 +112,10 @@ BENCHMARK_CAPTURE(BM_Exec, four_groups_every_line, "([0-9]+)\\.([0-9]+)\\.([0-9]
                   REG_EXTENDED, true)
     ->Unit(benchmark::kMillisecond)
     ->Iterations(1);
+BENCHMARK_CAPTURE(BM_Exec, four_groups_whole_match_only,
+                  "(?:[0-9]+)\\.(?:[0-9]+)\\.(?:[0-9]+)\\.(?:[0-9]+)", REG_ADVANCED, true)
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(1);
 BENCHMARK_CAPTURE(BM_Exec, line_anchored, "^2026-11-0([1-9])", REG_EXTENDED | REG_NLANCH, true)
     ->Unit(benchmark::kMillisecond)
     ->Iterations(2);

@@ -131,6 +131,21 @@ TYPED_TEST(ExecTest, QuantifierPreferences) {
     });
 }
 
+// Group placement where one half of a split has a single possible length
+// (literal text, an empty end, a look-ahead) and where neither has.
+TYPED_TEST(ExecTest, GroupsBesideFixedLengthParts) {
+    RunCases<TypeParam>({
+        {ERE, "(a+)(b)(c*)", "aabcc", "0,5 0,2 2,3 3,5"},
+        {ARE, "x(a|b)y(\\d+)", "-xby12-", "1,6 2,3 4,6"},
+        {ARE, "(a)(?=b)(b+)", "abb", "0,3 0,1 1,3"},
+        {ERE, "^(a+)(b)$", "aab", "0,3 0,2 2,3"},
+        {ARE, "(\\w+)\\y(\\s+)", "ab  c", "0,4 0,2 2,4"},
+        {ERE, "(ab|cd)(e+)", "cdee", "0,4 0,2 2,4"},
+        {ERE, "(a*)(a)", "aaa", "0,3 0,2 2,3"},
+        {ERE, "([0-9]+)\\.([0-9]+)", "v1.22.3", "1,5 1,2 3,5"},
+    });
+}
+
 TYPED_TEST(ExecTest, AnchorsUnderEachNewlineMode) {
     constexpr int NLSTOP = Orlo::REG_NLSTOP;
     constexpr int NLANCH = Orlo::REG_NLANCH;

@@ -257,5 +257,27 @@ TYPED_TEST(ParserTest, RootLanguage) {
     }
 }
 
+// The length every match of an automaton has, which lets group placement
+// split a span without walking it; -1 where lengths differ.
+TYPED_TEST(ParserTest, FixedMatchLength) {
+    const struct {
+        const char* pattern;
+        int flags;
+        int length;
+    } rows[] = {
+        {"abc", Orlo::REG_ADVANCED, 3},     {"", Orlo::REG_ADVANCED, 0},
+        {"[ab]{3}", Orlo::REG_ADVANCED, 3}, {"ab|cd", Orlo::REG_ADVANCED, 2},
+        {"a|bc", Orlo::REG_ADVANCED, -1},   {"a*", Orlo::REG_ADVANCED, -1},
+        {"a?", Orlo::REG_ADVANCED, -1},     {"^ab$", Orlo::REG_ADVANCED, 2},
+        {"(?=a)b", Orlo::REG_ADVANCED, 1},  {"\\yab\\y", Orlo::REG_ADVANCED, 2},
+        {"a{2,3}", Orlo::REG_ADVANCED, -1},
+    };
+    for (const auto& row : rows) {
+        Compiled<TypeParam> c(row.pattern, row.flags);
+        ASSERT_EQ(c.rc, Orlo::REG_OKAY) << row.pattern;
+        EXPECT_EQ(c.Guts()->tree->cnfa.fixedlen, row.length) << row.pattern;
+    }
+}
+
 }  // namespace
 }  // namespace re_test

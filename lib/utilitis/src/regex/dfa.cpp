@@ -400,6 +400,10 @@ class dfa_keeper {
 
 // ---- the walk -------------------------------------------------------------------------
 
+// A set that more bytes than this leave is not worth skipping in: the scan
+// would stop almost at once.
+constexpr int kMaxLeavingBytes = 96;
+
 // The first of `p`..`end` that is one of the `n` (1 to 3) bytes, or `end`.
 const char* find_first_of(const char* p, const char* end, const unsigned char* bytes, int n) {
     if (n == 1) {
@@ -423,8 +427,9 @@ const char* find_first_of(const char* p, const char* end, const unsigned char* b
     return end;
 }
 
-// Makes `ss` the skip set when at most three bytes leave it (a transition
-// not built yet counts as leaving). Narrow text only.
+// Makes `ss` the skip set when a minority of the bytes leave it (a
+// transition not built yet counts as leaving): up to three are found with a
+// vector scan, more with a table. Narrow text only.
 template <class CharT>
 void consider_skip(dfa<CharT>* d, sset<CharT>* ss) {
     if constexpr (sizeof(CharT) != 1) {
@@ -434,34 +439,44 @@ void consider_skip(dfa<CharT>* d, sset<CharT>* ss) {
     } else {
         if (ss == d->skiptried && d->newouts == d->skiptriedat) return;
         if (ss->flags & POSTSTATE) return;
-        unsigned char bytes[4] = {};
+        if (ss == d->skipset) d->skipset = nullptr;  // a refresh
         int n = 0;
         for (int b = 0; b < 256; ++b) {
-            if (ss->outs[getcolor(d->cm, CharT(b))] == ss) continue;
-            if (n == 3) {
-                n = 0;
-                break;
-            }
-            bytes[n++] = static_cast<unsigned char>(b);
+            const bool leaves = ss->outs[getcolor(d->cm, CharT(b))] != ss;
+            d->leaves[b] = leaves;
+            if (leaves && n < 3) d->skipbytes[n] = static_cast<unsigned char>(b);
+            n += leaves;
         }
-        if (n == 0) {
+        // One set is skipped in at a time; it keeps its place against a set
+        // that more bytes leave.
+        if (n == 0 || n > kMaxLeavingBytes || (d->skipset && n > d->nskip)) {
             d->skiptried = ss;
             d->skiptriedat = d->newouts;
             return;
         }
-        std::memcpy(d->skipbytes, bytes, sizeof bytes);
         d->nskip = n;
         d->skipset = ss;
     }
 }
 
+// The first byte from `p` that leaves the skip set, or `end`.
+template <class CharT>
+const char* next_leaving(const dfa<CharT>* d, const char* p, const char* end) {
+    if (d->nskip <= 3) return find_first_of(p, end, d->skipbytes, d->nskip);
+    while (p < end && !d->leaves[static_cast<unsigned char>(*p)])
+        ++p;
+    return p;
+}
+
 // Steps from `css` over the text from `cp` up to `limit`, leaving `cp` and
-// `css` where it stopped. Stops early after reaching a set with the post
-// state at or beyond `postFrom`, when that is given. Returns the last set
-// reached, or null when no transition led on (the walk died).
+// `css` where it stopped, and `lastPost` at the last position where the
+// walk stood in a set holding the post state (a match ended just before). Stops early after
+// reaching a set with the post state at or beyond `postFrom`, when that is given. Returns the last
+// set reached, or null when no transition led on (the walk died).
 template <class CharT>
 sset<CharT>* walk(match_vars<CharT>* v, dfa<CharT>* d, sset<CharT>*& cssRef, const CharT*& cpRef,
-                  const CharT* limit, const CharT* start, const CharT* postFrom) {
+                  const CharT* limit, const CharT* start, const CharT* postFrom,
+                  const CharT** lastPostRef) {
     // Locals, not the references: the stores to `lastseen` could otherwise
     // alias them and force a reload at every step.
     sset<CharT>* css = cssRef;
@@ -469,12 +484,13 @@ sset<CharT>* walk(match_vars<CharT>* v, dfa<CharT>* d, sset<CharT>*& cssRef, con
     const colormap<CharT>* const cm = d->cm;
     sset<CharT>* ss = css;
     int loops = d->loops;
+    const CharT* lastPost = *lastPostRef;
     while (cp < limit) {
         if constexpr (sizeof(CharT) == 1) {
             if (css == d->skipset) {
                 // Every byte but the skip bytes leads from this set back
                 // to it, so those steps only move the position.
-                cp = find_first_of(cp, limit, d->skipbytes, d->nskip);
+                cp = next_leaving(d, cp, limit);
                 css->lastseen = cp;
                 if (cp == limit) break;
             }
@@ -490,11 +506,19 @@ sset<CharT>* walk(match_vars<CharT>* v, dfa<CharT>* d, sset<CharT>*& cssRef, con
         if (ss != css) {
             loops = 0;
             css = ss;
-        } else if (++loops == 32 && ss != d->skipset) {
+        } else if (ss == d->skipset) {
+            // The skip stopped at a byte that loops after all: its
+            // transition was not built when the skip was set up.
+            consider_skip(d, ss);
+        } else if (++loops == 32) {
             consider_skip(d, ss);
         }
-        if (postFrom && (ss->flags & POSTSTATE) && cp >= postFrom) break;
+        if (ss->flags & POSTSTATE) {
+            lastPost = cp;
+            if (postFrom && cp >= postFrom) break;
+        }
     }
+    *lastPostRef = lastPost;
     d->loops = loops;
     cssRef = css;
     cpRef = cp;
@@ -538,8 +562,12 @@ const CharT* longest(match_vars<CharT>* v, dfa<CharT>* d, const CharT* start, co
     css = miss(v, d, css, colour_before(v, d, start), cp, start);
     if (!css) return nullptr;
     css->lastseen = cp;
+    // The latest last-seen position among the post-state sets is the last
+    // position at which the walk stood in one: it is kept as the walk goes
+    // rather than found by scanning every set afterwards.
+    const CharT* seenPost = (css->flags & POSTSTATE) ? cp : nullptr;
 
-    walk(v, d, css, cp, realstop, start, static_cast<const CharT*>(nullptr));
+    walk(v, d, css, cp, realstop, start, static_cast<const CharT*>(nullptr), &seenPost);
     if (has_error(v)) return nullptr;
 
     if (cp == v->stop && stop == v->stop) {
@@ -550,11 +578,7 @@ const CharT* longest(match_vars<CharT>* v, dfa<CharT>* d, const CharT* start, co
         if (ss) ss->lastseen = cp;
     }
 
-    const CharT* post = d->lastpost;
-    for (int i = 0; i < d->nssused; ++i) {
-        const sset<CharT>* ss = &d->ssets[i];
-        if ((ss->flags & POSTSTATE) && ss->lastseen) post = later(post, ss->lastseen);
-    }
+    const CharT* post = later(d->lastpost, seenPost);
     return post ? post - 1 : nullptr;
 }
 
@@ -570,7 +594,8 @@ const CharT* shortest(match_vars<CharT>* v, dfa<CharT>* d, const CharT* start, c
     css = miss(v, d, css, colour_before(v, d, start), cp, start);
     if (!css) return nullptr;
     css->lastseen = cp;
-    sset<CharT>* ss = walk(v, d, css, cp, realmax, start, realmin);
+    const CharT* seenPost = nullptr;
+    sset<CharT>* ss = walk(v, d, css, cp, realmax, start, realmin, &seenPost);
     if (has_error(v)) return nullptr;
 
     if (coldp) *coldp = lastcold(v, d);

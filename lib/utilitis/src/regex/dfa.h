@@ -83,7 +83,8 @@ struct dfa {
     // walk can jump over the rest with a vector scan instead of stepping.
     sset<CharT>* skipset;  // null: none
     unsigned char skipbytes[4];
-    int nskip;
+    int nskip;               // 1 to 3: the bytes above; more: the table below
+    bool leaves[256];        // per byte: does it leave the skip set?
     int loops;               // self-loop steps taken in a row
     sset<CharT>* skiptried;  // a set found unfit for skipping ...
     uint64_t skiptriedat;    // ... when `newouts` had this value

@@ -85,6 +85,18 @@ int dissect(match_vars<CharT>* v, const subre* t, const CharT* begin, const Char
 template <class CharT>
 int split_concatenation(match_vars<CharT>* v, const subre* t, const CharT* begin, const CharT* end,
                         const CharT** midp) {
+    // A half whose matches all have one length leaves one place for the
+    // split, and the span is known to split somewhere: no walk is needed.
+    // (Patterns with groups are mostly such halves: literal text between
+    // the groups, and the empty ends.)
+    const int leftlen = t->left->cnfa.fixedlen;
+    const int rightlen = t->right->cnfa.fixedlen;
+    if (leftlen >= 0 || rightlen >= 0) {
+        const CharT* mid = leftlen >= 0 ? begin + leftlen : end - rightlen;
+        if (mid < begin || mid > end) return REG_ASSERT;
+        *midp = mid;
+        return REG_OKAY;
+    }
     dfa<CharT>* d = getdfa(v, &t->left->cnfa);
     if (!d) return v->err;
     dfa<CharT>* d2 = getdfa(v, &t->right->cnfa);

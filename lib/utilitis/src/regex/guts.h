@@ -215,6 +215,7 @@ struct cnfa {
     color eos[2];
     carc** states;  // per state: header entry, arcs sorted by colour, COLORLESS end
     carc* arcs;
+    int fixedlen;  // characters every match has, or -1 when matches differ in length
 };
 
 // ---- sub-expression tree ---------------------------------------------------------------

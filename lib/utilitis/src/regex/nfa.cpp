@@ -16,6 +16,8 @@
 
 #include "regex/nfa.h"
 
+#include <vector>
+
 #include <cstdlib>
 
 #include "regex/colormap.h"
@@ -439,6 +441,41 @@ void carcsort(carc* first, carc* last) {
 }
 
 // Writes the arc list of `s` at `ca`; returns the position after it.
+// The number of characters that every match of `cnfa` has, or -1 when
+// matches may differ in length. Every path from `pre` to `post` reads the
+// character before the match and the one after it (or the string's ends)
+// besides the match itself; look-ahead arcs read nothing. So the length is
+// fixed when each state lies at one distance from `pre`, counted in
+// character arcs.
+int fixed_length(const cnfa* cnfa) {
+    const size_t n = size_t(cnfa->nstates);
+    int* distance = static_cast<int*>(malloc(2 * n * sizeof(int)));
+    if (!distance) return -1;  // unknown: matching only takes the longer way
+    int* pending = distance + n;
+    for (size_t i = 0; i < n; ++i)
+        distance[i] = -1;
+    int npending = 0;
+    distance[cnfa->pre] = 0;
+    pending[npending++] = cnfa->pre;
+    int result = 0;
+    while (npending > 0 && result == 0) {
+        const int s = pending[--npending];
+        for (const carc* ca = cnfa->states[s] + 1; ca->co != COLORLESS; ++ca) {
+            const int d = distance[s] + (ca->co < cnfa->ncolors ? 1 : 0);
+            if (distance[ca->to] == d) continue;
+            if (distance[ca->to] >= 0) {  // two lengths, or a loop
+                result = -1;
+                break;
+            }
+            distance[ca->to] = d;
+            pending[npending++] = ca->to;
+        }
+    }
+    const int total = distance[cnfa->post];
+    free(distance);
+    return (result == 0 && total >= 2) ? total - 2 : -1;
+}
+
 template <class CharT>
 carc* compact_state(nfa<CharT>* nfa, cnfa* cnfa, const state* s, carc* ca) {
     cnfa->states[s->no] = ca;
@@ -856,6 +893,7 @@ void compact(nfa<CharT>* nfa, cnfa* cnfa) {
     for (const arc* a = nfa->pre->outs; a; a = a->outchain)
         states[a->to->no]->co = 1;
     cnfa->nstates = nstates;
+    cnfa->fixedlen = fixed_length(cnfa);
     if (has_error(nfa->v)) freecnfa(cnfa);
 }
 
