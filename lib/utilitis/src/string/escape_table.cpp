@@ -1,9 +1,12 @@
-// Table-driven escape translation.
+// Table-driven escape translation, on the library's escape expansion.
 
 #include "orlo/escape_table.h"
 
 #include <cstring>
 #include <cwchar>
+
+#include "orlo/match_cmd.h"
+#include "string/text_impl.h"
 
 namespace Orlo {
 namespace {
@@ -15,53 +18,38 @@ size_t text_length(const wchar_t* s) {
     return std::wcslen(s);
 }
 
-// The row whose written form stands at `at` in `text`, or null.
+// Matches the text behind an escape against the rows, in order.
 template <class CharT>
-const escape_entry<CharT>* find_row(const basic_buffer<CharT>& text, uint32_t at,
-                                    const escape_entry<CharT>* table) {
-    const uint32_t rest = text.size() - at;
-    for (const escape_entry<CharT>* row = table; row->written[0]; ++row) {
-        const size_t n = text_length(row->written);
-        if (n <= rest && std::char_traits<CharT>::compare(text.c_str() + at, row->written, n) == 0)
-            return row;
+class table_cmd : public IMPL::text_match_cmd<CharT> {
+  public:
+    explicit table_cmd(const escape_entry<CharT>* table) : m_table(table) {}
+
+    int Match(const IMPL::text_string_t<CharT>& view, IMPL::text_string_t<CharT>& out) override {
+        for (const escape_entry<CharT>* row = m_table; row->written[0]; ++row) {
+            const size_t n = text_length(row->written);
+            if (n <= view.size() &&
+                std::char_traits<CharT>::compare(view.c_str(), row->written, n) == 0) {
+                out.assign(row->meant, uint32_t(text_length(row->meant)));
+                m_used = uint32_t(n);
+                return 1;
+            }
+        }
+        return 0;
     }
-    return nullptr;
-}
+    uint32_t MatchLength() override { return m_used; }
+
+  private:
+    const escape_entry<CharT>* m_table;
+    uint32_t m_used = 0;
+};
 
 }  // namespace
 
 template <class CharT>
 void EscapeTranslate(basic_buffer<CharT>& text, CharT escape, const escape_entry<CharT>* table,
                      bool dropUnknown, bool keepDouble) {
-    uint32_t pos = 0;
-    for (;;) {
-        const uint32_t at = text.find(escape, pos);
-        if (at == npos) return;
-        if (at + 1 == text.size()) {
-            if (dropUnknown) text.erase(at, 1);
-            return;
-        }
-        if (text.c_str()[at + 1] == escape) {
-            if (keepDouble) {
-                pos = at + 2;
-            } else {
-                text.erase(at, 1);
-                pos = at + 1;
-            }
-            continue;
-        }
-        if (const escape_entry<CharT>* row = find_row(text, at + 1, table)) {
-            const uint32_t written = uint32_t(text_length(row->written));
-            const uint32_t meant = uint32_t(text_length(row->meant));
-            text.replace(at, written + 1, row->meant, meant);
-            pos = at + meant;
-        } else if (dropUnknown) {
-            text.erase(at, 1);
-            pos = at;
-        } else {
-            pos = at + 1;
-        }
-    }
+    table_cmd<CharT> cmd(table);
+    IMPL::ExpandEscapesFrom<CharT>(text, 0, escape, cmd, dropUnknown, keepDouble, dropUnknown);
 }
 
 template <>

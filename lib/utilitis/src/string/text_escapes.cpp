@@ -184,7 +184,8 @@ const char* EscapedForm(CharT c, EscapeFlavour flavour) {
 
 template <class CharT>
 void ExpandEscapesFrom(basic_buffer<CharT>& text, uint32_t start, CharT escape,
-                       text_match_cmd<CharT>& cmd, bool dropDangling, bool keepDouble) {
+                       text_match_cmd<CharT>& cmd, bool dropDangling, bool keepDouble,
+                       bool dropUnknown) {
     text_string_t<CharT> out;
     uint32_t pos = start;
     for (;;) {
@@ -207,7 +208,8 @@ void ExpandEscapesFrom(basic_buffer<CharT>& text, uint32_t start, CharT escape,
         out.clear();
         const int answer = cmd.Match(text_string_t<CharT>(as_view, text, at + 1), out);
         if (answer == 0) {
-            pos = at + 1;
+            if (dropUnknown) text.erase(at, 1);
+            pos = dropUnknown ? at : at + 1;
             continue;
         }
         if (answer != 1) return;
@@ -358,7 +360,7 @@ void AppendRestored(basic_buffer<CharT> source, basic_buffer<CharT>& output,
 
 #define ORLO_INSTANTIATE_ESCAPES(CharT)                                                            \
     template void ExpandEscapesFrom(basic_buffer<CharT>&, uint32_t, CharT, text_match_cmd<CharT>&, \
-                                    bool, bool);                                                   \
+                                    bool, bool, bool);                                             \
     template void ExpandDelimitedTo(basic_buffer<CharT>, basic_buffer<CharT>&,                     \
                                     const basic_buffer<CharT>&, const basic_buffer<CharT>&,        \
                                     text_match_cmd<CharT>&, bool);                                 \

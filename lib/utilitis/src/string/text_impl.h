@@ -71,9 +71,11 @@ void AppendInteger(basic_buffer<CharT>& out, uint32_t magnitude, bool negative, 
 
 // In-place escape expansion of `text` from `start` on; the text before
 // `start` is neither scanned nor changed.
+// `dropUnknown` removes an escape that `cmd` does not match.
 template <class CharT>
 void ExpandEscapesFrom(basic_buffer<CharT>& text, uint32_t start, CharT escape,
-                       text_match_cmd<CharT>& cmd, bool dropDangling, bool keepDouble);
+                       text_match_cmd<CharT>& cmd, bool dropDangling, bool keepDouble,
+                       bool dropUnknown = false);
 
 // `source` is taken by value, so that `output` may be the very record it
 // came from: the copy shares the block, and the first append to `output`
