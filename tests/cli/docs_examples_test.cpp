@@ -1,25 +1,21 @@
 // Every worked example of the user documentation, run against the real
-// binary: the console sessions of docs/regex.md (```console blocks) and the
-// EXAMPLES of docs/mendo.1 (.EX/.EE blocks).
-//
-// A session is a list of "$ command" lines, each followed by the lines it
-// shows. "$ cat NAME" of a file the session has not made yet makes it with
-// the lines shown; of a file that exists, it checks the file's bytes. Any
-// other command is a pipeline of mendo, orlo-re, printf and od. It must end
-// with status 0, and its standard output, then its standard error, must be
-// exactly the lines shown, each ended by a line feed. Words are split by
-// POSIX shell rules for single quotes, and a character that a shell would
-// treat specially outside quotes is an error, so that every example can be
-// pasted into a shell as it stands.
+// binary: the ```console blocks of docs/regex.md and the .EX/.EE blocks of
+// docs/mendo.1. A block is "$ command" lines, each followed by the lines it
+// shows. "$ cat NAME" makes the file with the lines shown, or checks them if
+// the session already made it. Any other command is a pipeline of mendo,
+// orlo-re, printf and od that must exit 0 and show exactly its standard
+// output, then its standard error. Words follow shell rules for single
+// quotes; other shell syntax is refused, so that examples paste as they stand.
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cctype>
 #include <filesystem>
 #include <fstream>
-#include <map>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -28,16 +24,13 @@
 
 namespace {
 
-using mendo_test::CommandLine;
 using mendo_test::Printable;
-using mendo_test::RunProgram;
-using mendo_test::RunResult;
 using Words = std::vector<std::string>;
 
 struct Step {
     std::string command;  // the text behind "$ "
     std::string shown;    // the lines after it, each with its line feed
-    int line = 0;         // where the command stands in its document
+    int line = 0;
 };
 
 struct Session {
@@ -47,136 +40,86 @@ struct Session {
     std::string error;  // set when the block itself is malformed
 };
 
-// Failure output names a session by where it stands.
 void PrintTo(const Session& session, std::ostream* os) {
     *os << session.document << ":" << session.line;
 }
 
-std::string ReadDoc(const std::string& name) {
-    std::ifstream in(std::string(ORLO_SOURCE_DIR) + "/docs/" + name, std::ios::binary);
+std::string ReadFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
     std::stringstream text;
     text << in.rdbuf();
     return text.str();
 }
 
-std::vector<std::string> Lines(const std::string& text) {
-    std::vector<std::string> lines;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);)
-        lines.push_back(line);
-    return lines;
-}
-
-// Turns the lines of one block into steps; `first` is the line number of the
-// block's first line.
-void ReadSteps(const std::vector<std::string>& block, int first, Session& session) {
-    for (size_t i = 0; i < block.size(); ++i) {
-        const std::string& line = block[i];
-        if (line.rfind("$ ", 0) == 0) {
-            session.steps.push_back({line.substr(2), "", first + int(i)});
-        } else if (session.steps.empty()) {
-            session.error = "a session must begin with a \"$ \" line";
-            return;
-        } else {
-            session.steps.back().shown += line + "\n";
-        }
-    }
-    if (session.steps.empty()) session.error = "empty session";
-}
-
-std::vector<Session> MarkdownSessions(const std::string& name) {
-    std::vector<Session> sessions;
-    const auto lines = Lines(ReadDoc(name));
-    for (size_t i = 0; i < lines.size(); ++i) {
-        if (lines[i] != "```console") continue;
-        Session session{name, int(i + 1), {}, ""};
-        std::vector<std::string> block;
-        size_t j = i + 1;
-        while (j < lines.size() && lines[j] != "```")
-            block.push_back(lines[j++]);
-        if (j == lines.size()) session.error = "block is not closed";
-        ReadSteps(block, int(i + 2), session);
-        sessions.push_back(session);
-        i = j;
-    }
-    return sessions;
-}
-
-// The roff escapes that an example may use, as the reader sees them.
-bool DecodeRoff(const std::string& line, std::string& text, std::string& error) {
-    static const std::map<std::string, std::string> kEscapes = {
+// The roff escapes that an example may use, as the reader sees them; an
+// unknown escape or a control line would show the reader something else.
+std::optional<std::string> DecodeRoff(const std::string& line) {
+    static const std::pair<std::string, std::string> kEscapes[] = {
         {"\\-", "-"},    {"\\e", "\\"},  {"\\&", ""},    {"\\(aq", "'"},
         {"\\(dq", "\""}, {"\\(ha", "^"}, {"\\(ti", "~"}, {"\\(ga", "`"},
     };
-    if (!line.empty() && (line[0] == '.' || line[0] == '\'')) {
-        error = "control line inside an example: " + line;
-        return false;
-    }
-    text.clear();
+    if (line.starts_with('.') || line.starts_with('\'')) return std::nullopt;
+    std::string text;
     for (size_t i = 0; i < line.size();) {
-        if (line[i] != '\\') {
+        const auto* e = std::ranges::find_if(
+            kEscapes, [&](const auto& e) { return line.compare(i, e.first.size(), e.first) == 0; });
+        if (line[i] != '\\')
             text += line[i++];
-            continue;
-        }
-        bool known = false;
-        for (const auto& [escape, meaning] : kEscapes) {
-            if (line.compare(i, escape.size(), escape) == 0) {
-                text += meaning;
-                i += escape.size();
-                known = true;
-                break;
-            }
-        }
-        if (!known) {
-            error = "unknown roff escape in: " + line;
-            return false;
-        }
+        else if (e == std::end(kEscapes))
+            return std::nullopt;
+        else
+            text += e->second, i += e->first.size();
     }
-    return true;
+    return text;
 }
 
-std::vector<Session> ManSessions(const std::string& name) {
+// The blocks of docs/`name` between the lines `open` and `close`; a man
+// page's lines are decoded from roff first.
+std::vector<Session> Sessions(const std::string& name) {
+    const bool roff = name.ends_with(".1");
+    const std::string open = roff ? ".EX" : "```console", close = roff ? ".EE" : "```";
+    std::vector<std::string> lines;
+    std::istringstream in(ReadFile(std::string(ORLO_SOURCE_DIR) + "/docs/" + name));
+    for (std::string line; std::getline(in, line);)
+        lines.push_back(line);
     std::vector<Session> sessions;
-    const auto lines = Lines(ReadDoc(name));
     for (size_t i = 0; i < lines.size(); ++i) {
-        if (lines[i] != ".EX") continue;
-        Session session{name, int(i + 1), {}, ""};
-        std::vector<std::string> block;
-        size_t j = i + 1;
-        for (; j < lines.size() && lines[j] != ".EE"; ++j) {
-            std::string text;
-            if (!DecodeRoff(lines[j], text, session.error)) break;
-            block.push_back(text);
+        if (lines[i] != open) continue;
+        Session& session = sessions.emplace_back(Session{name, int(i + 1), {}, ""});
+        for (++i; i < lines.size() && lines[i] != close && session.error.empty(); ++i) {
+            const std::optional<std::string> text = roff ? DecodeRoff(lines[i]) : lines[i];
+            if (!text)
+                session.error = "unknown roff escape or control line: " + lines[i];
+            else if (text->starts_with("$ "))
+                session.steps.push_back({text->substr(2), "", int(i + 1)});
+            else if (session.steps.empty())
+                session.error = "a session must begin with a \"$ \" line";
+            else
+                session.steps.back().shown += *text + "\n";
         }
-        if (session.error.empty() && j == lines.size()) session.error = "block is not closed";
-        if (session.error.empty()) ReadSteps(block, int(i + 2), session);
-        sessions.push_back(session);
-        i = j;
+        if (i >= lines.size() && session.error.empty()) session.error = "block is not closed";
+        if (session.steps.empty() && session.error.empty()) session.error = "empty session";
     }
     return sessions;
 }
 
 std::vector<Session> AllSessions() {
-    auto sessions = MarkdownSessions("regex.md");
-    for (auto& session : ManSessions("mendo.1"))
+    auto sessions = Sessions("regex.md");
+    for (auto& session : Sessions("mendo.1"))
         sessions.push_back(session);
     return sessions;
 }
 
 // Splits a command line into the word lists of its pipeline stages.
-bool SplitPipeline(const std::string& command, std::vector<Words>& stages, std::string& error) {
-    static const std::string kSpecial = "\"\\$`;&<>()*?[]{}~#!";
-    stages.assign(1, Words());
+std::vector<Words> SplitPipeline(const std::string& command, std::string& error) {
+    std::vector<Words> stages(1);
     std::string word;
     bool inWord = false;
-    for (size_t i = 0; i < command.size(); ++i) {
-        const char c = command[i];
+    for (size_t i = 0; i <= command.size() && error.empty(); ++i) {
+        const char c = i < command.size() ? command[i] : '|';
         if (c == '\'') {
             const size_t close = command.find('\'', i + 1);
-            if (close == std::string::npos) {
-                error = "unclosed single quote";
-                return false;
-            }
+            if (close == std::string::npos) error = "unclosed single quote";
             word += command.substr(i + 1, close - i - 1);
             inWord = true;
             i = close;
@@ -184,59 +127,29 @@ bool SplitPipeline(const std::string& command, std::vector<Words>& stages, std::
             if (inWord) stages.back().push_back(word);
             word.clear();
             inWord = false;
-            if (c == '|') {
-                if (stages.back().empty()) {
-                    error = "empty pipeline stage";
-                    return false;
-                }
-                stages.emplace_back();
-            }
-        } else if (kSpecial.find(c) != std::string::npos) {
+            if (c != '|') continue;
+            if (stages.back().empty()) error = "empty pipeline stage";
+            stages.emplace_back();
+        } else if (std::string("\"\\$`;&<>()*?[]{}~#!").find(c) != std::string::npos) {
             error = std::string("'") + c + "' outside single quotes";
-            return false;
         } else {
             word += c;
             inWord = true;
         }
     }
-    if (inWord) stages.back().push_back(word);
-    if (stages.back().empty()) {
-        error = "empty pipeline stage";
-        return false;
-    }
-    return true;
+    stages.pop_back();
+    return stages;
 }
 
 // The programs an example may run.
 std::string ProgramPath(const std::string& name) {
     if (name == "mendo") return MENDO_BINARY;
     if (name == "orlo-re") return ORLO_RE_BINARY;
-    if (name == "printf" || name == "od") {
-        for (const char* dir : {"/usr/bin/", "/bin/"})
-            if (access((std::string(dir) + name).c_str(), X_OK) == 0) return dir + name;
-    }
+    if (name == "printf" || name == "od")
+        for (const std::string dir : {"/usr/bin/", "/bin/"})
+            if (access((dir + name).c_str(), X_OK) == 0) return dir + name;
     return "";
 }
-
-// Sets a variable of the environment for the life of the object.
-class ScopedEnv {
-  public:
-    ScopedEnv(const char* name, const char* value) : name_(name) {
-        if (const char* old = getenv(name)) old_ = old, had_ = true;
-        setenv(name, value, 1);
-    }
-    ~ScopedEnv() {
-        if (had_)
-            setenv(name_, old_.c_str(), 1);
-        else
-            unsetenv(name_);
-    }
-
-  private:
-    const char* name_;
-    std::string old_;
-    bool had_ = false;
-};
 
 class DocsExample : public ::testing::TestWithParam<Session> {
   protected:
@@ -244,56 +157,47 @@ class DocsExample : public ::testing::TestWithParam<Session> {
         char name[] = "/tmp/mendo-docs-XXXXXX";
         ASSERT_NE(mkdtemp(name), nullptr);
         dir_ = name;
+        // od shows bytes above 0x7F by the locale; the examples show them in C.
+        if (const char* old = getenv("LC_ALL")) oldLocale_ = old;
+        setenv("LC_ALL", "C", 1);
     }
-    void TearDown() override { std::filesystem::remove_all(dir_); }
-
-    std::string Path(const std::string& file) const { return dir_ + "/" + file; }
-
-    void Cat(const std::string& file, const std::string& shown) {
-        const std::string path = Path(file);
-        if (!std::filesystem::exists(path)) {
-            std::ofstream(path, std::ios::binary) << shown;
-            return;
-        }
-        std::ifstream in(path, std::ios::binary);
-        std::stringstream bytes;
-        bytes << in.rdbuf();
-        EXPECT_EQ(Printable(bytes.str()), Printable(shown)) << file << " after the commands above";
-    }
-
-    void Pipeline(const std::vector<Words>& stages, const std::string& shown) {
-        std::string input, errors;
-        RunResult last;
-        for (const Words& stage : stages) {
-            const std::string program = ProgramPath(stage[0]);
-            ASSERT_NE(program, "") << "no such program for an example: " << stage[0];
-            const Words args(stage.begin() + 1, stage.end());
-            last = RunProgram(program, args, input, dir_);
-            EXPECT_EQ(last.status, 0) << CommandLine(args, stage[0]) << "\n" << last.err;
-            errors += last.err;
-            input = last.out;
-        }
-        EXPECT_EQ(Printable(last.out + errors), Printable(shown));
+    void TearDown() override {
+        std::filesystem::remove_all(dir_);
+        oldLocale_ ? setenv("LC_ALL", oldLocale_->c_str(), 1) : unsetenv("LC_ALL");
     }
 
     std::string dir_;
+    std::optional<std::string> oldLocale_;
 };
 
 TEST_P(DocsExample, ShowsWhatTheBinaryDoes) {
     const Session& session = GetParam();
     ASSERT_EQ(session.error, "") << session.document << ":" << session.line;
-    // od shows bytes above 0x7F by the locale; the examples show them in C.
-    ScopedEnv locale("LC_ALL", "C");
     for (const Step& step : session.steps) {
         SCOPED_TRACE(session.document + ":" + std::to_string(step.line) + ": $ " + step.command);
-        std::vector<Words> stages;
         std::string error;
-        ASSERT_TRUE(SplitPipeline(step.command, stages, error)) << error;
+        const std::vector<Words> stages = SplitPipeline(step.command, error);
+        ASSERT_EQ(error, "");
         if (stages.size() == 1 && stages[0].size() == 2 && stages[0][0] == "cat") {
-            Cat(stages[0][1], step.shown);
-        } else {
-            Pipeline(stages, step.shown);
+            const std::string path = dir_ + "/" + stages[0][1];
+            if (std::filesystem::exists(path))
+                EXPECT_EQ(Printable(ReadFile(path)), Printable(step.shown))
+                    << stages[0][1] << " after the commands above";
+            else
+                std::ofstream(path, std::ios::binary) << step.shown;
+            continue;
         }
+        std::string input, errors;
+        for (const Words& stage : stages) {
+            const std::string program = ProgramPath(stage[0]);
+            ASSERT_NE(program, "") << "no such program for an example: " << stage[0];
+            const Words args(stage.begin() + 1, stage.end());
+            const mendo_test::RunResult run = mendo_test::RunProgram(program, args, input, dir_);
+            EXPECT_EQ(run.status, 0) << mendo_test::CommandLine(args, stage[0]) << "\n" << run.err;
+            errors += run.err;
+            input = run.out;
+        }
+        EXPECT_EQ(Printable(input + errors), Printable(step.shown));
     }
 }
 
@@ -308,16 +212,13 @@ INSTANTIATE_TEST_SUITE_P(Docs, DocsExample, ::testing::ValuesIn(AllSessions()), 
 
 // A document whose examples could not be found would pass silently above.
 TEST(DocsExamples, EveryDocumentHasExamplesThatRunSomething) {
-    const std::vector<std::pair<std::string, std::vector<Session>>> docs = {
-        {"regex.md", MarkdownSessions("regex.md")},
-        {"mendo.1", ManSessions("mendo.1")},
-    };
-    for (const auto& [name, sessions] : docs) {
+    for (const std::string name : {"regex.md", "mendo.1"}) {
+        const std::vector<Session> sessions = Sessions(name);
         EXPECT_GE(sessions.size(), 3u) << name;
         size_t runs = 0;
         for (const Session& session : sessions)
             for (const Step& step : session.steps)
-                runs += step.command.rfind("cat ", 0) != 0;
+                runs += !step.command.starts_with("cat ");
         EXPECT_GE(runs, sessions.size()) << name << ": every session should run a command";
     }
 }

@@ -5,7 +5,6 @@
 
 #include "orlo/sysfile.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -13,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <filesystem>
 #include <functional>
 #include <stdexcept>
 #include <string>
@@ -40,16 +40,6 @@ std::string ReadAll(CSysFile& file, uint64_t size) {
     const int64_t count = file.Read(bytes.data(), size);
     bytes.resize(size_t(count < 0 ? 0 : count));
     return bytes;
-}
-
-int OpenDescriptorCount() {
-    int count = 0;
-    if (DIR* dir = opendir("/proc/self/fd")) {
-        while (readdir(dir))
-            ++count;
-        closedir(dir);
-    }
-    return count;
 }
 
 TEST(SysFile, ReadWriteSeekAndResizeAgreeWithTheFile) {
@@ -199,10 +189,13 @@ TEST(SysFileOwnership, AFailedOpenKeepsTheFormerDescriptorButNotItsPath) {
     holder.Open(Ex(dir / "held"), O_RDONLY, 0, FileShare::Exclusive);
     file.Open(Ex(dir / "held"), O_RDONLY, 0, FileShare::None);
     const int fd = file.GetHandle();
-    const int before = OpenDescriptorCount();
+    const auto descriptors = [] {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+    };
+    const auto before = descriptors();
     Catch<sysfileExp>([&] { file.Open(Ex(dir / "held"), O_RDONLY, 0, FileShare::Shared); });
     Catch<sysfileExp>([&] { file.Open(Ex(dir / "missing"), O_RDONLY); });
-    EXPECT_EQ(OpenDescriptorCount(), before) << "a failed open leaked a descriptor";
+    EXPECT_EQ(descriptors(), before) << "a failed open leaked a descriptor";
     EXPECT_EQ(file.GetHandle(), fd);
     EXPECT_TRUE(file.GetPath().empty());
 }
@@ -409,11 +402,8 @@ TEST(SysFileFailure, MessagesNameTheCallAndCodesTheKind) {
     };
     for (const Case& c : cases) {
         const Thrown e = Catch<sysfileExp>(c.action);
-        if (c.message.ends_with('\n')) {
-            EXPECT_TRUE(e.message.starts_with(c.message)) << e.message;
-        } else {
-            EXPECT_EQ(e.message, c.message);
-        }
+        EXPECT_EQ(c.message.ends_with('\n') ? e.message.substr(0, c.message.size()) : e.message,
+                  c.message);
         EXPECT_EQ(e.code, c.code) << c.message;
     }
 }
