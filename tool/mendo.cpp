@@ -172,13 +172,18 @@ class PageWarmer {
         const uintptr_t first = (reinterpret_cast<uintptr_t>(block) + kPage - 1) & ~(kPage - 1);
         const uintptr_t last = (reinterpret_cast<uintptr_t>(block) + bytes) & ~(kPage - 1);
         if (last <= first) return;
-        m_thread = std::thread([this, first, last] {
-            for (uintptr_t at = first; at < last && !m_stop.load(std::memory_order_relaxed);
-                 at += kSlice) {
-                const size_t n = std::min<uintptr_t>(kSlice, last - at);
-                if (madvise(reinterpret_cast<void*>(at), n, MADV_POPULATE_WRITE) != 0) return;
-            }
-        });
+        // Only a help: a thread that cannot be had (no memory left for its
+        // stack, a process limit) leaves the replace to fault its own pages.
+        try {
+            m_thread = std::thread([this, first, last] {
+                for (uintptr_t at = first; at < last && !m_stop.load(std::memory_order_relaxed);
+                     at += kSlice) {
+                    const size_t n = std::min<uintptr_t>(kSlice, last - at);
+                    if (madvise(reinterpret_cast<void*>(at), n, MADV_POPULATE_WRITE) != 0) return;
+                }
+            });
+        } catch (const std::exception&) {
+        }
 #else
         (void)block;
         (void)bytes;
