@@ -8,6 +8,7 @@
 // replaces them under any other locale.
 
 #include "regex/classes.h"
+#include "regex/alloc.h"
 
 #include <cctype>
 #include <clocale>
@@ -329,7 +330,7 @@ template <class CharT>
 cvec<CharT>* newcvec(int nchrs, int nranges, int nmcces) {
     const size_t bytes = sizeof(cvec<CharT>) + size_t(nmcces) * sizeof(CharT*) +
                          (size_t(nchrs) + 2 * size_t(nranges)) * sizeof(CharT);
-    auto* cv = static_cast<cvec<CharT>*>(malloc(bytes));
+    auto* cv = static_cast<cvec<CharT>*>(re_malloc(bytes));
     if (!cv) return nullptr;
     cv->mcces = reinterpret_cast<CharT**>(cv + 1);
     cv->chrs = reinterpret_cast<CharT*>(cv->mcces + nmcces);

@@ -8,6 +8,7 @@
 // written, a shared one is copied first.
 
 #include "regex/colormap.h"
+#include "regex/alloc.h"
 
 #include <cstdint>
 #include <cstdlib>
@@ -56,7 +57,7 @@ bool is_shared_leaf(const colormap<wchar_t>* cm, const color* leaf) {
 color* writable_leaf(colormap<wchar_t>* cm, size_t hi) {
     color* leaf = cm->tree.ptr[hi];
     if (!is_shared_leaf(cm, leaf)) return leaf;
-    color* copy = static_cast<color*>(malloc(LEAF_BYTES));
+    color* copy = static_cast<color*>(re_malloc(LEAF_BYTES));
     if (!copy) {
         set_error(cm->v, REG_ESPACE);
         return nullptr;
@@ -70,7 +71,7 @@ color* writable_leaf(colormap<wchar_t>* cm, size_t hi) {
 color* solid_block(colormap<wchar_t>* cm, color co) {
     colordesc& cd = cm->cd[co];
     if (cd.block) return cd.block;
-    color* block = static_cast<color*>(malloc(LEAF_BYTES));
+    color* block = static_cast<color*>(re_malloc(LEAF_BYTES));
     if (!block) {
         set_error(cm->v, REG_ESPACE);
         return nullptr;
@@ -248,10 +249,10 @@ bool grow_descs(colormap<CharT>* cm) {
     const size_t ncds = cm->ncds * 2;
     colordesc* cd;
     if (cm->cd == cm->cdspace) {
-        cd = static_cast<colordesc*>(malloc(ncds * sizeof(colordesc)));
+        cd = static_cast<colordesc*>(re_malloc(ncds * sizeof(colordesc)));
         if (cd) memcpy(cd, cm->cdspace, cm->ncds * sizeof(colordesc));
     } else {
-        cd = static_cast<colordesc*>(realloc(cm->cd, ncds * sizeof(colordesc)));
+        cd = static_cast<colordesc*>(re_realloc(cm->cd, ncds * sizeof(colordesc)));
     }
     if (!cd) {
         set_error(cm->v, REG_ESPACE);

@@ -17,6 +17,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "regex/alloc.h"
 #include "regex/classes.h"
 #include "regex/colormap.h"
 #include "regex/guts.h"
@@ -81,7 +82,7 @@ void start(parse_vars<CharT>* v, regex_t* re, const CharT* pattern, size_t lengt
 // Guts, colour map, NFA and working vector; false with the error set.
 template <class CharT>
 bool allocate(parse_vars<CharT>* v) {
-    auto* g = static_cast<guts<CharT>*>(std::malloc(sizeof(guts<CharT>)));
+    auto* g = static_cast<guts<CharT>*>(re_malloc(sizeof(guts<CharT>)));
     if (!g) {
         set_error(v, REG_ESPACE);
         return false;

@@ -1,6 +1,7 @@
 // The lazy DFA: walks, the transition builder and the cache policy.
 
 #include "regex/dfa.h"
+#include "regex/alloc.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -261,7 +262,7 @@ dfa<CharT>* newdfa(match_vars<CharT>* v, const cnfa* cnfa) {
     const int ncolors = cnfa->ncolors;
     dfa<CharT>* d;
     if (2 * nstates <= FEWSTATES && ncolors <= FEWCOLORS) {
-        auto* block = static_cast<smalldfa<CharT>*>(std::malloc(sizeof(smalldfa<CharT>)));
+        auto* block = static_cast<smalldfa<CharT>*>(re_malloc(sizeof(smalldfa<CharT>)));
         if (!block) {
             set_error(v, REG_ESPACE);
             return nullptr;
@@ -275,19 +276,19 @@ dfa<CharT>* newdfa(match_vars<CharT>* v, const cnfa* cnfa) {
         d->ismalloced = false;
         d->mallocarea = block;
     } else {
-        d = static_cast<dfa<CharT>*>(std::malloc(sizeof(dfa<CharT>)));
+        d = static_cast<dfa<CharT>*>(re_malloc(sizeof(dfa<CharT>)));
         if (!d) {
             set_error(v, REG_ESPACE);
             return nullptr;
         }
-        d->ssets = static_cast<sset<CharT>*>(std::malloc(size_t(nss) * sizeof(sset<CharT>)));
+        d->ssets = static_cast<sset<CharT>*>(re_malloc(size_t(nss) * sizeof(sset<CharT>)));
         d->statesarea = static_cast<uint32_t*>(
-            std::malloc(size_t(nss + 1) * size_t(wordsper) * sizeof(uint32_t)));
+            re_malloc(size_t(nss + 1) * size_t(wordsper) * sizeof(uint32_t)));
         d->work = d->statesarea ? &d->statesarea[size_t(nss) * size_t(wordsper)] : nullptr;
         d->outsarea = static_cast<sset<CharT>**>(
-            std::malloc(size_t(nss) * size_t(ncolors) * sizeof(sset<CharT>*)));
+            re_malloc(size_t(nss) * size_t(ncolors) * sizeof(sset<CharT>*)));
         d->incarea = static_cast<arcp<CharT>*>(
-            std::malloc(size_t(nss) * size_t(ncolors) * sizeof(arcp<CharT>)));
+            re_malloc(size_t(nss) * size_t(ncolors) * sizeof(arcp<CharT>)));
         d->ismalloced = true;
         d->mallocarea = d;
         if (!d->ssets || !d->statesarea || !d->outsarea || !d->incarea) {

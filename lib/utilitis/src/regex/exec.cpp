@@ -18,6 +18,7 @@
 
 #include <cstdlib>
 
+#include "regex/alloc.h"
 #include "regex/dfa.h"
 #include "regex/guts.h"
 
@@ -450,10 +451,10 @@ int exec(regex_t* re, const CharT* text, size_t length, rm_detail_t* details, si
         v.nmatch = g->nsub + 1;
         v.pmatch = v.nmatch <= LOCALMAT
                        ? localmat
-                       : static_cast<regmatch_t*>(std::malloc(v.nmatch * sizeof(regmatch_t)));
+                       : static_cast<regmatch_t*>(re_malloc(v.nmatch * sizeof(regmatch_t)));
         v.mem = size_t(g->ntree) <= LOCALMEM
                     ? localmem
-                    : static_cast<uint32_t*>(std::malloc(size_t(g->ntree) * sizeof(uint32_t)));
+                    : static_cast<uint32_t*>(re_malloc(size_t(g->ntree) * sizeof(uint32_t)));
     }
     int st;
     if (backrefs && (!v.pmatch || !v.mem))

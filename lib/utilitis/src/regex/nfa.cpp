@@ -15,6 +15,7 @@
 // that followed it.
 
 #include "regex/nfa.h"
+#include "regex/alloc.h"
 
 #include <vector>
 
@@ -49,7 +50,7 @@ class state_list {
   private:
     bool grow() {
         const size_t space = m_space ? m_space * 2 : 64;
-        void* items = realloc(m_items, space * sizeof(state*));
+        void* items = re_realloc(m_items, space * sizeof(state*));
         if (!items) return false;
         m_items = static_cast<state**>(items);
         m_space = space;
@@ -106,7 +107,7 @@ arc* allocarc(nfa<CharT>* nfa, state* s) {
         return a;
     }
     if (s->noas < ABSIZE) return &s->oas.a[s->noas++];
-    arcbatch* batch = static_cast<arcbatch*>(malloc(sizeof(arcbatch)));
+    arcbatch* batch = static_cast<arcbatch*>(re_malloc(sizeof(arcbatch)));
     if (!batch) {
         set_error(nfa->v, REG_ESPACE);
         return nullptr;
@@ -449,7 +450,7 @@ void carcsort(carc* first, carc* last) {
 // character arcs.
 int fixed_length(const cnfa* cnfa) {
     const size_t n = size_t(cnfa->nstates);
-    int* distance = static_cast<int*>(malloc(2 * n * sizeof(int)));
+    int* distance = static_cast<int*>(re_malloc(2 * n * sizeof(int)));
     if (!distance) return -1;  // unknown: matching only takes the longer way
     int* pending = distance + n;
     for (size_t i = 0; i < n; ++i)
@@ -506,7 +507,7 @@ carc* compact_state(nfa<CharT>* nfa, cnfa* cnfa, const state* s, carc* ca) {
 template <class CharT>
 nfa<CharT>* newnfa(parse_vars<CharT>* v, colormap<CharT>* cm,
                    std::type_identity_t<nfa<CharT>>* parent) {
-    auto* n = static_cast<nfa<CharT>*>(malloc(sizeof(nfa<CharT>)));
+    auto* n = static_cast<nfa<CharT>*>(re_malloc(sizeof(nfa<CharT>)));
     if (!n) {
         set_error(v, REG_ESPACE);
         return nullptr;
@@ -561,7 +562,7 @@ state* newstate(nfa<CharT>* nfa) {
     if (s) {
         nfa->free = s->next;
     } else {
-        s = static_cast<state*>(malloc(sizeof(state)));
+        s = static_cast<state*>(re_malloc(sizeof(state)));
         if (!s) {
             set_error(nfa->v, REG_ESPACE);
             return nullptr;
@@ -867,8 +868,8 @@ void compact(nfa<CharT>* nfa, cnfa* cnfa) {
         }
         narcs += size_t(s->nouts) + 2;
     }
-    auto* states = static_cast<carc**>(malloc(size_t(nstates) * sizeof(carc*)));
-    auto* arcs = static_cast<carc*>(malloc(narcs * sizeof(carc)));
+    auto* states = static_cast<carc**>(re_malloc(size_t(nstates) * sizeof(carc*)));
+    auto* arcs = static_cast<carc*>(re_malloc(narcs * sizeof(carc)));
     if (!states || !arcs) {
         free(states);
         free(arcs);

@@ -9,6 +9,7 @@
 // colours are only repaired there.
 
 #include "regex/parser.h"
+#include "regex/alloc.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -63,10 +64,10 @@ bool make_room_for_group(parse_vars<CharT>* v, size_t subno) {
         size_t n = (v->nsubs * 3) / 2 + 1;
         subre** grown;
         if (v->subs == v->sub10) {
-            grown = static_cast<subre**>(std::malloc(n * sizeof(subre*)));
+            grown = static_cast<subre**>(re_malloc(n * sizeof(subre*)));
             if (grown) std::memcpy(grown, v->subs, v->nsubs * sizeof(subre*));
         } else {
-            grown = static_cast<subre**>(std::realloc(v->subs, n * sizeof(subre*)));
+            grown = static_cast<subre**>(re_realloc(v->subs, n * sizeof(subre*)));
         }
         if (!grown) {
             set_error(v, REG_ESPACE);
@@ -325,7 +326,7 @@ void lookahead(parse_vars<CharT>* v, state* lp, state* rp) {
     if (has_error(v)) return;
     next_token(v);  // the ')'
     int n = v->nlacons ? v->nlacons : 1;
-    auto* grown = static_cast<subre*>(std::realloc(v->lacons, size_t(n + 1) * sizeof(subre)));
+    auto* grown = static_cast<subre*>(re_realloc(v->lacons, size_t(n + 1) * sizeof(subre)));
     if (!grown) {
         set_error(v, REG_ESPACE);
         return;
@@ -841,7 +842,7 @@ subre* new_subre(parse_vars<CharT>* v, char op, int flags, state* begin, state* 
     if (sr) {
         v->treefree = sr->left;
     } else {
-        sr = static_cast<subre*>(std::malloc(sizeof(subre)));
+        sr = static_cast<subre*>(re_malloc(sizeof(subre)));
         if (!sr) {
             set_error(v, REG_ESPACE);
             return nullptr;
