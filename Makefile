@@ -5,10 +5,13 @@
 BUILD      ?= build
 SAN_BUILD  ?= build-sanitize
 TSAN_BUILD ?= build-tsan
+FUZZ_BUILD ?= build-fuzz
+FUZZ_SECONDS ?= 60
+FUZZ_TARGETS = $(basename $(notdir $(wildcard fuzz/*_fuzz.cpp)))
 JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
 CMAKE_ARGS ?=
 
-.PHONY: all deps configure test test-sanitize test-tsan bench format format-check unicode-tables install clean
+.PHONY: all deps configure test test-sanitize test-tsan fuzz bench format format-check unicode-tables install clean
 
 all: configure
 	cmake --build $(BUILD) -j $(JOBS)
@@ -37,6 +40,27 @@ test-tsan: deps
 	TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
 		ctest --test-dir $(TSAN_BUILD) --output-on-failure -j $(JOBS) -L sync
 
+# Builds the libFuzzer targets with clang and runs each for FUZZ_SECONDS on
+# a scratch copy of its corpus (new inputs stay out of the repository). A
+# crash leaves its input as $(FUZZ_BUILD)/run/<target>/crash-*; keep a
+# minimised copy in fuzz/regressions/<target>/.
+fuzz:
+	@tools/ensure-deps.sh clang libclang-rt-14-dev
+	@test -f $(FUZZ_BUILD)/build.ninja || cmake -S . -B $(FUZZ_BUILD) -G Ninja \
+		-DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=clang++ -DORLO_FUZZ=ON \
+		-DORLO_BUILD_TESTS=OFF -DORLO_BUILD_BENCH=OFF $(CMAKE_ARGS)
+	cmake --build $(FUZZ_BUILD) -j $(JOBS)
+	@failed=; for t in $(FUZZ_TARGETS); do \
+		run=$(abspath $(FUZZ_BUILD))/run/$$t; rm -rf $$run; mkdir -p $$run/corpus; \
+		cp fuzz/corpus/$$t/* $$run/corpus/; \
+		if [ -d fuzz/regressions/$$t ]; then cp fuzz/regressions/$$t/* $$run/corpus/; fi; \
+		echo "== $$t ($(FUZZ_SECONDS) s)"; \
+		(cd $$run && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
+			$(abspath $(FUZZ_BUILD))/fuzz/$$t -max_total_time=$(FUZZ_SECONDS) -timeout=10 -rss_limit_mb=2048 \
+			-print_final_stats=1 corpus) || failed="$$failed $$t"; \
+	done; \
+	if [ -n "$$failed" ]; then echo "fuzz: crashes in:$$failed" >&2; exit 1; fi
+
 bench: all
 	bench/run.sh
 
@@ -56,4 +80,4 @@ install: all
 	cmake --install $(BUILD)
 
 clean:
-	rm -rf $(BUILD) $(SAN_BUILD) $(TSAN_BUILD)
+	rm -rf $(BUILD) $(SAN_BUILD) $(TSAN_BUILD) $(FUZZ_BUILD)
