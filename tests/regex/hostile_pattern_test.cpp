@@ -205,5 +205,39 @@ TYPED_TEST(HostilePatternTest, RunawayCompilationsEndWithESpace) {
     }
 }
 
+// Nesting that recursion would pay for with the stack ends the compile with
+// REG_ESPACE instead; ordinary depths compile and match.
+TYPED_TEST(HostilePatternTest, DeepPatternsEndWithESpaceNotACrash) {
+    using CharT = TypeParam;
+    auto repeat = [](const std::string& piece, int n) {
+        std::string out;
+        for (int i = 0; i < n; ++i)
+            out += piece;
+        return out;
+    };
+    const struct {
+        std::string pattern;
+        int rc;
+    } rows[] = {
+        {std::string(100000, '(') + "a" + std::string(100000, ')'), Orlo::REG_ESPACE},
+        {repeat("(?:", 100000) + "a" + std::string(100000, ')'), Orlo::REG_ESPACE},
+        {repeat("(a)", 60000), Orlo::REG_ESPACE},
+        {std::string(300, '(') + "a" + std::string(300, ')'), Orlo::REG_OKAY},
+        {repeat("(a)", 500), Orlo::REG_OKAY},
+    };
+    for (const auto& row : rows) {
+        const std::basic_string<CharT> p = Widen<CharT>(row.pattern);
+        regex_t re{};
+        ASSERT_EQ(engine_compile(&re, p.data(), p.size(), Orlo::REG_ADVANCED), row.rc)
+            << row.pattern.substr(0, 12) << "... (" << row.pattern.size() << " characters)";
+        if (row.rc != Orlo::REG_OKAY) continue;
+        const std::basic_string<CharT> subject = Widen<CharT>(std::string(2100, 'a'));
+        std::vector<regmatch_t> m(re.re_nsub + 1);
+        EXPECT_EQ(engine_exec(&re, subject.data(), subject.size(), nullptr, m.size(), m.data(), 0),
+                  Orlo::REG_OKAY);
+        engine_free(&re);
+    }
+}
+
 }  // namespace
 }  // namespace re_test

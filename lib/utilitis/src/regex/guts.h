@@ -315,6 +315,7 @@ struct parse_vars {
     cvec<CharT>* mcces;
     subre* lacons;
     int nlacons;
+    int depth;  // parse functions active, against kMaxParseDepth
 };
 
 // Records the first error and ends the token stream.

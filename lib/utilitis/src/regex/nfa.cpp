@@ -369,7 +369,7 @@ inline constexpr long long kMaxPropagationWork = 50000000;  // arcs looked at by
 // Runs `step` on every arc of the given types until a whole pass changes
 // nothing; REG_ESPACE when the work runs past the bounds above.
 template <class CharT, class Step>
-void propagate(nfa<CharT>* nfa, int type1, int type2, Step step) {
+void propagate(nfa<CharT>* nfa, int type1, int type2, Step step, bool bounded = true) {
     const int firstNew = nfa->nstates;
     const long long firstWork = nfa->work;
     const long maxPasses = kMinPropagationPasses + long(nfa->nstates);
@@ -378,16 +378,16 @@ void propagate(nfa<CharT>* nfa, int type1, int type2, Step step) {
     bool progress;
     do {
         progress = false;
-        if (++passes > maxPasses) set_error(nfa->v, REG_ESPACE);
+        if (bounded && ++passes > maxPasses) set_error(nfa->v, REG_ESPACE);
         for (state* s = nfa->states; s && !has_error(nfa->v);) {
             state* saved_next = s->next;
             for (arc *a = s->outs, *next; a && !has_error(nfa->v); a = next) {
                 next = a->outchain;
                 if (a->type != type1 && a->type != type2) continue;
                 if (step(nfa, a)) progress = true;
-                if (++steps > kMaxPropagationSteps ||
-                    nfa->nstates - firstNew > kMaxPropagatedStates ||
-                    nfa->work - firstWork > kMaxPropagationWork)
+                if (bounded && (++steps > kMaxPropagationSteps ||
+                                nfa->nstates - firstNew > kMaxPropagatedStates ||
+                                nfa->work - firstWork > kMaxPropagationWork))
                     set_error(nfa->v, REG_ESPACE);
             }
             s = next_state(s, saved_next);
@@ -797,7 +797,8 @@ void cleanup(nfa<CharT>* nfa) {
 
 template <class CharT>
 void fixempties(nfa<CharT>* nfa) {
-    propagate(nfa, EMPTY, EMPTY, unempty<CharT>);
+    // Removing empty arcs always ends: only constraints can run away.
+    propagate(nfa, EMPTY, EMPTY, unempty<CharT>, false);
 }
 
 template <class CharT>

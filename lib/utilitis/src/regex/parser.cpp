@@ -671,9 +671,32 @@ void messy_quantified_atom(parse_vars<CharT>* v, int stopper, int type, state* l
 
 // ---- the grammar ---------------------------------------------------------------------
 
+// How deep the parse may nest (groups inside groups, and the rest of a
+// branch behind each group) before it gives up with REG_ESPACE, and how
+// many alternatives a kept alternation may chain: far beyond real
+// patterns, and well within a thread's stack for the walks that follow.
+inline constexpr int kMaxParseDepth = 10000;
+
+template <class CharT>
+class depth_guard {
+  public:
+    explicit depth_guard(parse_vars<CharT>* v) : m_v(v) {
+        if (++m_v->depth > kMaxParseDepth) set_error(m_v, REG_ESPACE);
+    }
+    ~depth_guard() { --m_v->depth; }
+    depth_guard(const depth_guard&) = delete;
+    depth_guard& operator=(const depth_guard&) = delete;
+
+  private:
+    parse_vars<CharT>* m_v;
+};
+
 template <class CharT>
 subre* parse_alternation(parse_vars<CharT>* v, int stopper, int type, state* init, state* final) {
+    depth_guard<CharT> guard(v);
+    if (has_error(v)) return nullptr;
     subre* head = new_subre(v, '|', LONGER, init, final);
+    int alternatives = 1;
     if (!head) return nullptr;
     for (subre* node = head;;) {
         state* left = newstate(v->nfa);
@@ -691,6 +714,7 @@ subre* parse_alternation(parse_vars<CharT>* v, int stopper, int type, state* ini
         node->right = new_subre(v, '|', LONGER, init, final);
         node = node->right;
         if (!node) return nullptr;
+        ++alternatives;
     }
     if (!at(v, stopper)) {
         set_error(v, REG_EPAREN);
@@ -707,6 +731,9 @@ subre* parse_alternation(parse_vars<CharT>* v, int stopper, int type, state* ini
         freesubre(v, head->right);
         head->left = head->right = nullptr;
         head->op = '=';
+    } else if (alternatives > kMaxParseDepth) {
+        set_error(v, REG_ESPACE);
+        return nullptr;
     }
     return head;
 }
@@ -714,6 +741,8 @@ subre* parse_alternation(parse_vars<CharT>* v, int stopper, int type, state* ini
 template <class CharT>
 subre* parse_branch(parse_vars<CharT>* v, int stopper, int type, state* left, state* right,
                     bool partial) {
+    depth_guard<CharT> guard(v);
+    if (has_error(v)) return nullptr;
     subre* t = new_subre(v, '=', 0, left, right);
     if (!t) return nullptr;
     bool first = true;
@@ -863,9 +892,14 @@ subre* new_subre(parse_vars<CharT>* v, char op, int flags, state* begin, state* 
 
 template <class CharT>
 void freesubre(parse_vars<CharT>* v, subre* sr) {
-    if (sr->left) freesubre(v, sr->left);
-    if (sr->right) freesubre(v, sr->right);
-    free_subre_node(v, sr);
+    // Along `right` by a loop: an alternation of many branches is a chain
+    // as long as they are many; only `left` nests as deep as the pattern.
+    while (sr) {
+        subre* right = sr->right;
+        if (sr->left) freesubre(v, sr->left);
+        free_subre_node(v, sr);
+        sr = right;
+    }
 }
 
 namespace {
