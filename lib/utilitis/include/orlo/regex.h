@@ -108,6 +108,16 @@ bool regex_find(const basic_buffer<wchar_t>& subject, regex_results& results,
                 bool newline, uint8_t raw_flags, uint8_t not_bol, bool not_eol, bool expand,
                 bool start_not_bol);
 
+// Number of (offset, length) pairs a search asks of the engine: the match
+// and the first nine groups.
+inline constexpr size_t kRegexPairs = 10;
+
+// Fills `results` from the engine's `m` (kRegexPairs entries) for a pattern
+// of `nsub` groups, found by a search that started at `base`: offsets from
+// the subject's start, and a group the engine did not report (past the
+// ninth) at base - 1 with length 0, as a group that took no part.
+void append_match_pairs(regex_results& results, const regmatch_t* m, size_t nsub, uint32_t base);
+
 // The class-letter translation table: `\d` -> "[[:digit:]]" and so on, then
 // the control and quote escapes.
 template <class CharT>

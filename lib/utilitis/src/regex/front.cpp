@@ -299,8 +299,6 @@ bool prepare(tls_regex_cache<CharT>* cache, basic_buffer<CharT>& pattern, uint32
     return true;
 }
 
-constexpr size_t kPairs = 10;  // match and groups asked of the engine
-
 template <class CharT>
 bool find(const basic_buffer<CharT>& subject, regex_results& results, basic_buffer<CharT>& pattern,
           uint32_t ordinal, uint32_t start, bool ignore_case, bool newline, uint8_t raw_flags,
@@ -322,7 +320,7 @@ bool find(const basic_buffer<CharT>& subject, regex_results& results, basic_buff
 
     const int base = int(not_bol) | REG_STARTEND | (not_eol ? REG_NOTEOL : 0);
     const CharT* text = subject.c_str();
-    regmatch_t m[kPairs];
+    regmatch_t m[kRegexPairs];
     uint32_t pos = start;
     uint32_t lastEnd = 0;
     bool lastEmpty = false;
@@ -338,24 +336,27 @@ bool find(const basic_buffer<CharT>& subject, regex_results& results, basic_buff
             else
                 eflags |= REG_NOTBOL;
         }
-        if (engine_exec(&cache->re, text + pos, size - pos, nullptr, kPairs, m, eflags) != 0)
+        if (engine_exec(&cache->re, text + pos, size - pos, nullptr, kRegexPairs, m, eflags) != 0)
             return false;
         lastEmpty = m[0].rm_eo == 0;
         lastEnd = uint32_t(m[0].rm_eo);
         if (++count <= ordinal) continue;
-        const size_t groups = cache->re.re_nsub + 1;
-        results.reserve(groups);
-        for (size_t i = 0; i < groups; ++i) {
-            if (i < kPairs)
-                results.emplace_back(pos + uint32_t(m[i].rm_so), uint32_t(m[i].rm_eo - m[i].rm_so));
-            else
-                results.emplace_back(pos - 1, 0);
-        }
+        append_match_pairs(results, m, cache->re.re_nsub, pos);
         return true;
     }
 }
 
 }  // namespace
+
+void append_match_pairs(regex_results& results, const regmatch_t* m, size_t nsub, uint32_t base) {
+    results.reserve(results.size() + nsub + 1);
+    for (size_t i = 0; i <= nsub; ++i) {
+        if (i < kRegexPairs)
+            results.emplace_back(base + uint32_t(m[i].rm_so), uint32_t(m[i].rm_eo - m[i].rm_so));
+        else
+            results.emplace_back(base - 1, 0);
+    }
+}
 
 bool regex_find(const basic_buffer<char>& subject, regex_results& results,
                 basic_buffer<char>& pattern, uint32_t ordinal, uint32_t start, bool ignore_case,

@@ -7,8 +7,6 @@
 namespace Orlo {
 namespace {
 
-constexpr size_t kPairs = 10;  // match and groups asked of the engine
-
 template <class CharT>
 bool newline_sensitive(const basic_regex_handle<CharT>& handle) {
     return (handle.flags() & REG_NEWLINE) != 0;
@@ -34,7 +32,7 @@ bool RegFind(const basic_buffer<CharT>& subject, CRegMatch& match,
     if (handle.empty() || start >= length) return false;
     int flags = REG_STARTEND | (notbol ? REG_NOTBOL : 0) | (noteol ? REG_NOTEOL : 0);
     const CharT* text = subject.c_str();
-    regmatch_t m[kPairs];
+    regmatch_t m[kRegexPairs];
     uint32_t lastEnd = 0;
     bool lastEmpty = false;
     for (uint32_t found = 0;;) {
@@ -42,19 +40,13 @@ bool RegFind(const basic_buffer<CharT>& subject, CRegMatch& match,
         if (lastEmpty && ++start >= length) return false;
         if (start != 0 && (rescan || found != 0))
             flags = (flags & ~REG_NOTBOL) | line_start_flag(handle, text, start);
-        if (engine_exec(handle.get(), text + start, length - start, nullptr, kPairs, m, flags) != 0)
+        if (engine_exec(handle.get(), text + start, length - start, nullptr, kRegexPairs, m,
+                        flags) != 0)
             return false;
         lastEnd = uint32_t(m[0].rm_eo);
         lastEmpty = m[0].rm_eo == 0;
         if (++found <= nth) continue;
-        const size_t pairs = handle.get()->re_nsub + 1;
-        match.reserve(pairs);
-        for (size_t i = 0; i < pairs; ++i) {
-            if (i < kPairs)
-                match.emplace_back(start + uint32_t(m[i].rm_so), uint32_t(m[i].rm_eo - m[i].rm_so));
-            else
-                match.emplace_back(start - 1, 0);
-        }
+        append_match_pairs(match, m, handle.get()->re_nsub, start);
         return true;
     }
 }
