@@ -47,6 +47,20 @@ struct as_view_t {
 };
 inline constexpr as_view_t as_view{};
 
+// Receives the result of an expand-form replace in slices while it is being
+// produced, for a caller that passes the result on (to a pipe, say) and
+// need not hold all of it. The slices come in order; what was taken is no
+// longer in the destination buffer, which at the end holds only the rest:
+// the slices followed by the destination are the result without a drain.
+template <class CharT>
+class basic_drain {
+  public:
+    virtual void Take(const CharT* data, uint32_t n) = 0;
+
+  protected:
+    ~basic_drain() = default;
+};
+
 template <class CharT>
 class basic_buffer {
   public:
@@ -316,6 +330,12 @@ class basic_buffer {
     // As ReplaceTo, comparing tolower of each element (taken as signed).
     uint32_t ReplaceToIC(basic_buffer& dest, const basic_buffer& find, const basic_buffer& with,
                          uint32_t start = 0) const;
+    // The same two, handing the result to `drain` as it grows, so that
+    // `dest` holds no more than a slice of it at a time.
+    uint32_t ReplaceTo(basic_buffer& dest, const basic_buffer& find, const basic_buffer& with,
+                       uint32_t start, basic_drain<CharT>& drain) const;
+    uint32_t ReplaceToIC(basic_buffer& dest, const basic_buffer& find, const basic_buffer& with,
+                         uint32_t start, basic_drain<CharT>& drain) const;
     // Each element that is in `set` is replaced, one by one.
     uint32_t ReplaceAnyTo(basic_buffer& dest, const basic_buffer& set, const basic_buffer& with,
                           uint32_t start = 0) const;
@@ -368,7 +388,7 @@ class basic_buffer {
     uint32_t ReplaceInPlace(const basic_buffer& find, const basic_buffer& with, uint32_t start,
                             bool all, bool ignoreCase);
     uint32_t ReplaceTextTo(basic_buffer& dest, const basic_buffer& find, const basic_buffer& with,
-                           uint32_t start, bool ignoreCase) const;
+                           uint32_t start, bool ignoreCase, basic_drain<CharT>* drain) const;
     uint32_t ReplaceSetTo(basic_buffer& dest, const basic_buffer& set, const basic_buffer& with,
                           uint32_t start, bool runs) const;
 

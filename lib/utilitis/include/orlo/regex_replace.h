@@ -53,6 +53,12 @@ template <class CharT>
 uint32_t RegReplaceTo(const basic_buffer<CharT>& source, basic_buffer<CharT>& dest,
                       const basic_regex_handle<CharT>& handle, basic_buffer<CharT> replacement,
                       bool notbol, bool noteol, bool prepare);
+// The same, handing the result to `drain` as it grows, so that `dest` holds
+// no more than a slice of it at a time.
+template <class CharT>
+uint32_t RegReplaceTo(const basic_buffer<CharT>& source, basic_buffer<CharT>& dest,
+                      const basic_regex_handle<CharT>& handle, basic_buffer<CharT> replacement,
+                      bool notbol, bool noteol, bool prepare, basic_drain<CharT>& drain);
 
 // The same in place; an empty handle leaves `text` as it is.
 template <class CharT>

@@ -3,6 +3,9 @@
 #include "orlo/regex_replace.h"
 
 #include <algorithm>
+#include <utility>
+
+#include "string/emit.h"
 
 namespace Orlo {
 namespace {
@@ -84,17 +87,19 @@ basic_buffer<CharT> ExpandTemplate(const basic_buffer<CharT>& tmpl, const CRegMa
     return out;
 }
 
+namespace {
+
 template <class CharT>
-uint32_t RegReplaceTo(const basic_buffer<CharT>& source, basic_buffer<CharT>& dest,
-                      const basic_regex_handle<CharT>& handle, basic_buffer<CharT> replacement,
-                      bool notbol, bool noteol, bool prepare) {
+uint32_t RegReplaceEmitting(const basic_buffer<CharT>& source, basic_buffer<CharT>& dest,
+                            const basic_regex_handle<CharT>& handle,
+                            basic_buffer<CharT> replacement, bool notbol, bool noteol, bool prepare,
+                            basic_drain<CharT>* drain) {
     if (handle.empty()) return 0;
     if (prepare)
         EscapeTranslate(replacement, CharT('\\'), plain_escape_table<CharT>(), false, true);
-    const uint32_t base = dest.size();
     const uint32_t length = source.size();
-    const uint64_t room = uint64_t(length) + base + 1 + (length >> 3);
-    dest.reserve_exact(uint32_t(std::min<uint64_t>(room, basic_buffer<CharT>::max_size())));
+    IMPL::Emitter<CharT> out(dest, drain);
+    out.Reserve(uint64_t(length) + dest.size() + 1 + (length >> 3));
 
     const bool sensitive = newline_sensitive(handle);
     const CharT* text = source.c_str();
@@ -104,21 +109,38 @@ uint32_t RegReplaceTo(const basic_buffer<CharT>& source, basic_buffer<CharT>& de
     uint32_t count = 0;
     while (RegFind(source, match, handle, 0, pos, notbol, noteol, false)) {
         const auto [offset, len] = match[0];
-        dest.append(text + copied, std::min(length - copied, offset - copied));
-        dest.append(ExpandTemplate(replacement, match, source));
+        out.Put(text + copied, std::min(length - copied, offset - copied));
+        out.Put(ExpandTemplate(replacement, match, source));
         copied = offset + len;
         pos = copied + (len == 0 ? 1 : 0);
         // The next search sees the output, not the source: what was just
         // written decides whether it starts a line.
-        const bool grown = dest.size() > base;
         if (!sensitive)
-            notbol = grown;
+            notbol = out.Grown();
         else
-            notbol = grown && dest.c_str()[dest.size() - 1] != CharT('\n');
+            notbol = out.Grown() && out.Last() != CharT('\n');
         ++count;
     }
-    if (copied < length) dest.append(text + copied, length - copied);
+    if (copied < length) out.Put(text + copied, length - copied);
     return count;
+}
+
+}  // namespace
+
+template <class CharT>
+uint32_t RegReplaceTo(const basic_buffer<CharT>& source, basic_buffer<CharT>& dest,
+                      const basic_regex_handle<CharT>& handle, basic_buffer<CharT> replacement,
+                      bool notbol, bool noteol, bool prepare) {
+    return RegReplaceEmitting(source, dest, handle, std::move(replacement), notbol, noteol, prepare,
+                              static_cast<basic_drain<CharT>*>(nullptr));
+}
+
+template <class CharT>
+uint32_t RegReplaceTo(const basic_buffer<CharT>& source, basic_buffer<CharT>& dest,
+                      const basic_regex_handle<CharT>& handle, basic_buffer<CharT> replacement,
+                      bool notbol, bool noteol, bool prepare, basic_drain<CharT>& drain) {
+    return RegReplaceEmitting(source, dest, handle, std::move(replacement), notbol, noteol, prepare,
+                              &drain);
 }
 
 template <class CharT>
@@ -169,6 +191,9 @@ bool RegRange(const basic_buffer<CharT>& subject, const basic_regex_handle<CharT
     template uint32_t RegReplaceTo(const basic_buffer<CharT>&, basic_buffer<CharT>&,               \
                                    const basic_regex_handle<CharT>&, basic_buffer<CharT>, bool,    \
                                    bool, bool);                                                    \
+    template uint32_t RegReplaceTo(const basic_buffer<CharT>&, basic_buffer<CharT>&,               \
+                                   const basic_regex_handle<CharT>&, basic_buffer<CharT>, bool,    \
+                                   bool, bool, basic_drain<CharT>&);                               \
     template uint32_t RegReplace(basic_buffer<CharT>&, const basic_regex_handle<CharT>&,           \
                                  basic_buffer<CharT>, bool, bool, bool);                           \
     template basic_buffer<CharT> ExpandTemplate(const basic_buffer<CharT>&, const CRegMatch&,      \

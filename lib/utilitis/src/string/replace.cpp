@@ -17,6 +17,7 @@
 #include <cwctype>
 
 #include "orlo/buffer.h"
+#include "string/emit.h"
 #include "string/prims.h"
 #include "string/search.h"
 
@@ -118,26 +119,41 @@ uint32_t ExpandRoom(uint64_t destLength, uint64_t estimate, uint32_t maxSize) {
 template <class CharT>
 uint32_t basic_buffer<CharT>::ReplaceTo(basic_buffer& dest, const basic_buffer& find,
                                         const basic_buffer& with, uint32_t start) const {
-    return ReplaceTextTo(dest, find, with, start, false);
+    return ReplaceTextTo(dest, find, with, start, false, nullptr);
 }
 
 template <class CharT>
 uint32_t basic_buffer<CharT>::ReplaceToIC(basic_buffer& dest, const basic_buffer& find,
                                           const basic_buffer& with, uint32_t start) const {
-    return ReplaceTextTo(dest, find, with, start, true);
+    return ReplaceTextTo(dest, find, with, start, true, nullptr);
+}
+
+template <class CharT>
+uint32_t basic_buffer<CharT>::ReplaceTo(basic_buffer& dest, const basic_buffer& find,
+                                        const basic_buffer& with, uint32_t start,
+                                        basic_drain<CharT>& drain) const {
+    return ReplaceTextTo(dest, find, with, start, false, &drain);
+}
+
+template <class CharT>
+uint32_t basic_buffer<CharT>::ReplaceToIC(basic_buffer& dest, const basic_buffer& find,
+                                          const basic_buffer& with, uint32_t start,
+                                          basic_drain<CharT>& drain) const {
+    return ReplaceTextTo(dest, find, with, start, true, &drain);
 }
 
 template <class CharT>
 uint32_t basic_buffer<CharT>::ReplaceTextTo(basic_buffer& dest, const basic_buffer& find,
                                             const basic_buffer& with, uint32_t start,
-                                            bool ignoreCase) const {
+                                            bool ignoreCase, basic_drain<CharT>* drain) const {
     if (start >= m_length || find.empty() || empty()) return 0;
     // Shared copies keep the inputs stable should `dest` be one of them.
     const basic_buffer source(*this), needle(find), replacement(with);
 
     uint64_t estimate = m_length;
     if (with.m_length > find.m_length) estimate += uint64_t(with.m_length - find.m_length) << 4;
-    dest.reserve_exact(ExpandRoom(dest.m_length, estimate, max_size()));
+    IMPL::Emitter<CharT> out(dest, drain);
+    out.Reserve(ExpandRoom(dest.m_length, estimate, max_size()));
 
     const CharT* base = source.m_data;
     const CharT* end = base + source.m_length;
@@ -145,12 +161,12 @@ uint32_t basic_buffer<CharT>::ReplaceTextTo(basic_buffer& dest, const basic_buff
     Finder<CharT> finder(needle.m_data, needle.m_length, ignoreCase);
     uint32_t count = 0;
     for (const CharT* hit = finder.Find(base + start, end); hit; hit = finder.Find(copied, end)) {
-        dest.append(copied, uint32_t(hit - copied));
-        dest.append(replacement);
+        out.Put(copied, uint32_t(hit - copied));
+        out.Put(replacement);
         ++count;
         copied = hit + needle.m_length;
     }
-    dest.append(copied, uint32_t(end - copied));
+    out.Put(copied, uint32_t(end - copied));
     return count;
 }
 
@@ -338,6 +354,12 @@ uint32_t basic_buffer<CharT>::SplitOffsets(span_list& spans, const basic_buffer&
                                                      const basic_buffer&, uint32_t) const;      \
     template uint32_t basic_buffer<CharT>::ReplaceToIC(basic_buffer&, const basic_buffer&,      \
                                                        const basic_buffer&, uint32_t) const;    \
+    template uint32_t basic_buffer<CharT>::ReplaceTo(                                           \
+        basic_buffer&, const basic_buffer&, const basic_buffer&, uint32_t, basic_drain<CharT>&) \
+        const;                                                                                  \
+    template uint32_t basic_buffer<CharT>::ReplaceToIC(                                         \
+        basic_buffer&, const basic_buffer&, const basic_buffer&, uint32_t, basic_drain<CharT>&) \
+        const;                                                                                  \
     template uint32_t basic_buffer<CharT>::ReplaceAnyTo(basic_buffer&, const basic_buffer&,     \
                                                         const basic_buffer&, uint32_t) const;   \
     template uint32_t basic_buffer<CharT>::ReplaceRunTo(basic_buffer&, const basic_buffer&,     \
@@ -352,8 +374,9 @@ uint32_t basic_buffer<CharT>::SplitOffsets(span_list& spans, const basic_buffer&
     template uint32_t basic_buffer<CharT>::FindPairs(span_list&, const basic_buffer&,           \
                                                      const basic_buffer&) const;                \
     template uint32_t basic_buffer<CharT>::SplitOffsets(span_list&, const basic_buffer&) const; \
-    template uint32_t basic_buffer<CharT>::ReplaceTextTo(                                       \
-        basic_buffer&, const basic_buffer&, const basic_buffer&, uint32_t, bool) const;         \
+    template uint32_t basic_buffer<CharT>::ReplaceTextTo(basic_buffer&, const basic_buffer&,    \
+                                                         const basic_buffer&, uint32_t, bool,   \
+                                                         basic_drain<CharT>*) const;            \
     template uint32_t basic_buffer<CharT>::ReplaceSetTo(                                        \
         basic_buffer&, const basic_buffer&, const basic_buffer&, uint32_t, bool) const;         \
     template uint32_t basic_buffer<CharT>::ReplaceInPlace(                                      \
