@@ -204,9 +204,40 @@ class PageWarmer {
     std::thread m_thread;
 };
 
+// Hands a replace's result to standard output while it is produced: the
+// delivery of -stdio and -stdout needs no second buffer as large as the
+// input, nor the fresh pages of one.
+class StdoutDrain final : public basic_drain<char> {
+  public:
+    void Take(const char* data, uint32_t n) override { WriteStdout(std::string_view(data, n)); }
+};
+
+// Replaces from ws.content into ws.output, handing slices to `drain` when
+// there is one.
+uint32_t ReplaceIntoOutput(const Request& req, Workspace& ws, basic_drain<char>* drain) {
+    const byteEx& content = ws.content;
+    byteEx& output = ws.output;
+    switch (req.findMode) {
+        case kPlain:
+            return drain ? content.ReplaceTo(output, req.findText, req.replaceText, 0, *drain)
+                         : content.ReplaceTo(output, req.findText, req.replaceText, 0);
+        case kPlainNoCase:
+            return drain ? content.ReplaceToIC(output, req.findText, req.replaceText, 0, *drain)
+                         : content.ReplaceToIC(output, req.findText, req.replaceText, 0);
+        case kRegex:
+            return drain ? RegReplaceTo(content, output, ws.regex, req.replaceText, false, false,
+                                        true, *drain)
+                         : RegReplaceTo(content, output, ws.regex, req.replaceText, false, false,
+                                        true);
+    }
+    UnknownFindMode();
+}
+
 // Memory expand: the result goes to `output`, which then trades places with
-// the content; the swap copies no byte.
-uint32_t ReplaceExpanding(const Request& req, Workspace& ws) {
+// the content; the swap copies no byte. When the result is bound for
+// standard output (`toStdout`), most of it is printed on the way and the
+// content holds only the rest, which the delivery prints after it.
+uint32_t ReplaceExpanding(const Request& req, Workspace& ws, bool toStdout) {
     byteEx& content = ws.content;
     byteEx& output = ws.output;
     // A usable pattern without a single match would copy the content into
@@ -216,34 +247,29 @@ uint32_t ReplaceExpanding(const Request& req, Workspace& ws) {
     if (req.findMode == kRegex && !ws.regex.empty() && !RegMatches(content, ws.regex, false, false))
         return 0;
     output.clear();
-    // Room for an eighth of growth up front: past the replace's own
-    // estimate a large output would otherwise be copied as it grows.
-    // Pages that are never written cost nothing.
-    const uint64_t room = uint64_t(content.size()) + content.size() / 8 + 4096;
-    if (room < byteEx::max_size()) output.reserve_exact(uint32_t(room));
-    PageWarmer warmer(output.data(), content.size());
     uint32_t count = 0;
-    switch (req.findMode) {
-        case kPlain:
-            count = content.ReplaceTo(output, req.findText, req.replaceText, 0);
-            break;
-        case kPlainNoCase:
-            count = content.ReplaceToIC(output, req.findText, req.replaceText, 0);
-            break;
-        case kRegex:
-            count = RegReplaceTo(content, output, ws.regex, req.replaceText, false, false, true);
-            break;
-        default:
-            UnknownFindMode();
+    if (toStdout) {
+        ExpectStdout(content.size());
+        StdoutDrain drain;
+        count = ReplaceIntoOutput(req, ws, &drain);
+    } else {
+        // Room for an eighth of growth up front: past the replace's own
+        // estimate a large output would otherwise be copied as it grows.
+        // Pages that are never written cost nothing.
+        const uint64_t room = uint64_t(content.size()) + content.size() / 8 + 4096;
+        if (room < byteEx::max_size()) output.reserve_exact(uint32_t(room));
+        PageWarmer warmer(output.data(), content.size());
+        count = ReplaceIntoOutput(req, ws, nullptr);
     }
     content.swap(output);
     return count;
 }
 
 // Replaces every match in ws.content by the request's mode and strategy and
-// returns the count; the result is in ws.content either way.
-uint32_t ReplaceInput(const Request& req, Workspace& ws) {
-    return req.noExpand ? ReplaceInPlace(req, ws) : ReplaceExpanding(req, ws);
+// returns the count. The result is in ws.content, but for what went to
+// standard output on the way when it is bound there (`toStdout`).
+uint32_t ReplaceInput(const Request& req, Workspace& ws, bool toStdout) {
+    return req.noExpand ? ReplaceInPlace(req, ws) : ReplaceExpanding(req, ws, toStdout);
 }
 
 void PrintTotal(uint32_t total) {
@@ -295,7 +321,7 @@ Next ProcessFile(const Request& req, Workspace& ws, const stringEx& file, uint32
     }
     if (ws.content.empty()) return Next::kGoOn;
 
-    const uint32_t count = ReplaceInput(req, ws);
+    const uint32_t count = ReplaceInput(req, ws, req.toStdout);
     if (req.toStdout) {
         WriteStdout(ws.content.view());
         total += count;
@@ -323,7 +349,7 @@ void ProcessStdin(const Request& req, Workspace& ws, uint32_t& total) {
     ws.content.clear();
     ReadStandardInput(ws.content);
     if (ws.content.empty()) return;
-    total += ReplaceInput(req, ws);
+    total += ReplaceInput(req, ws, true);
     WriteStdout(ws.content.view());
 }
 

@@ -9,6 +9,7 @@
 #define MENDO_STD_IO_H
 
 #include <cstddef>
+#include <cstdint>
 #include <string_view>
 
 #include "orlo/buffer.h"
@@ -26,6 +27,10 @@ void ReadStandardInput(byteEx& content);
 // no longer be written (a closed pipe) takes no more output, silently.
 void WriteStdout(std::string_view bytes);
 void WriteStderr(std::string_view bytes);
+
+// Tells that about `bytes` of output are coming in several writes, so that
+// a pipe on standard output can be widened for them first.
+void ExpectStdout(uint64_t bytes);
 
 }  // namespace Orlo
 
