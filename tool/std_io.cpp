@@ -3,10 +3,12 @@
 #include "std_io.h"
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <new>
 
 namespace Orlo {
 namespace {
@@ -45,6 +47,27 @@ void WriteAll(int fd, std::string_view bytes) {
 
 }  // namespace
 
+// A pipe does not tell how much is coming. Once the first step has filled,
+// the input is a large one: take address space for much more at once, with
+// huge pages, so the block is neither moved as it grows nor faulted in a
+// small page at a time. Untouched pages cost nothing; where the room can't
+// be had (a limit on address space), the block grows step by step.
+void ReserveForLargePipe(byteEx& content) {
+    constexpr uint32_t kLargeRoom = uint32_t(1) << 30;
+    if (content.capacity() >= kLargeRoom) return;
+    try {
+        content.reserve_exact(kLargeRoom);
+    } catch (const std::bad_alloc&) {
+        return;
+    }
+#ifdef MADV_HUGEPAGE
+    const uintptr_t page = 4096;
+    const uintptr_t start = (reinterpret_cast<uintptr_t>(content.data()) + page - 1) & ~(page - 1);
+    const uintptr_t end = (reinterpret_cast<uintptr_t>(content.data()) + kLargeRoom) & ~(page - 1);
+    (void)madvise(reinterpret_cast<void*>(start), end - start, MADV_HUGEPAGE);
+#endif
+}
+
 void ReadStandardInput(byteEx& content) {
     WidenPipe(STDIN_FILENO);
     ReserveForRegularFile(STDIN_FILENO, content);
@@ -52,6 +75,8 @@ void ReadStandardInput(byteEx& content) {
         // Fill the room there is; a regular file was given exactly enough,
         // so its end is met without growing the block again.
         uint32_t room = content.is_null() ? 0 : content.capacity() - content.size() - 1;
+        if (room == 0 && content.size() >= kReadStep) ReserveForLargePipe(content);
+        room = content.is_null() ? 0 : content.capacity() - content.size() - 1;
         if (room == 0) room = kReadStep;
         char* where = content.prepare_append(room);
         ssize_t n = read(STDIN_FILENO, where, room);
@@ -62,12 +87,15 @@ void ReadStandardInput(byteEx& content) {
     content.push_back(static_cast<char>(0xFF));
 }
 
-void WriteStdout(std::string_view bytes) {
+void ExpectStdout(uint64_t bytes) {
     static bool widened = false;
-    if (!widened) {
-        widened = true;
-        if (bytes.size() >= size_t(kPipeSize)) WidenPipe(STDOUT_FILENO);
-    }
+    if (widened || bytes < uint64_t(kPipeSize)) return;
+    widened = true;
+    WidenPipe(STDOUT_FILENO);
+}
+
+void WriteStdout(std::string_view bytes) {
+    ExpectStdout(bytes.size());
     WriteAll(STDOUT_FILENO, bytes);
 }
 
