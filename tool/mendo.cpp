@@ -269,7 +269,14 @@ uint32_t ReplaceExpanding(const Request& req, Workspace& ws, bool toStdout) {
 // returns the count. The result is in ws.content, but for what went to
 // standard output on the way when it is bound there (`toStdout`).
 uint32_t ReplaceInput(const Request& req, Workspace& ws, bool toStdout) {
-    return req.noExpand ? ReplaceInPlace(req, ws) : ReplaceExpanding(req, ws, toStdout);
+    if (req.noExpand) return ReplaceInPlace(req, ws);
+    // A plain replace gives the same bytes and count in place as through a
+    // second buffer (both search only the original text, left to right),
+    // and in place it needs no second buffer. A result bound for standard
+    // output goes there on the way instead.
+    const bool plain = req.findMode == kPlain || req.findMode == kPlainNoCase;
+    if (plain && !toStdout) return ReplaceInPlace(req, ws);
+    return ReplaceExpanding(req, ws, toStdout);
 }
 
 void PrintTotal(uint32_t total) {
