@@ -287,3 +287,73 @@ TEST_F(MendoFiles, InPlaceStrategyAndUnusableRegexLeaveFilesAsTheyWere) {
 }
 
 }  // namespace
+
+// Files are written back while the next one is read; the run must still
+// look as if one file followed the other.
+TEST_F(MendoFiles, NamesOfOneFileSeeEachOthersResults) {
+    Build({{"a.txt", "x"}});
+    ASSERT_EQ(symlink("a.txt", Path("b.txt").c_str()), 0);
+    ASSERT_EQ(link(Path("a.txt").c_str(), Path("c.txt").c_str()), 0);
+    auto r = Run({"a.txt", "b.txt", "c.txt", "a.txt", "-f:x", "-t:xx", "-frc", "-trc"});
+    EXPECT_EQ(r.out, "\n## 1 replacements in file: " + Path("a.txt") +
+                         "\n\n## 2 replacements in file: " + Path("b.txt") +
+                         "\n\n## 4 replacements in file: " + Path("c.txt") +
+                         "\n\n## 8 replacements in file: " + Path("a.txt") +
+                         "\n\n## total replaced 15 matchs\n");
+    EXPECT_EQ(Read("a.txt"), std::string(16, 'x'));
+}
+
+TEST_F(MendoFiles, FailuresAmongManyFilesKeepTheirPlaceAndErrstopStopsThere) {
+    Tree tree;
+    std::vector<std::string> names;
+    for (int i = 0; i < 30; ++i) {
+        std::string name = "f";
+        name += char('0' + i / 10);
+        name += char('0' + i % 10);
+        name += ".txt";
+        tree[name] = "teh\n";
+        names.push_back(name);
+    }
+    Build(tree);
+    int unreadable = open(Path("f07.txt").c_str(), O_RDONLY);
+    int unwritable = open(Path("f15.txt").c_str(), O_RDONLY);
+    ASSERT_EQ(flock(unreadable, LOCK_EX | LOCK_NB), 0);
+    ASSERT_EQ(flock(unwritable, LOCK_SH | LOCK_NB), 0);
+
+    auto counts = [&](int to, bool sevenFails) {
+        std::string out;
+        for (int i = 0; i < to; ++i) {
+            if ((i == 7 && sevenFails) || i == 15) continue;
+            out += "\n## 1 replacements in file: " + Path(names[i]) + "\n";
+        }
+        return out;
+    };
+    Args args = names;
+    args.insert(args.end(), {"-f:teh", "-t:the", "-frc", "-trc"});
+    auto r = Run(args);
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.out, counts(30, true) + "\n## total replaced 28 matchs\n");
+    const std::string readError = "[ERROR] failed reading file: " + Path("f07.txt") + "\n";
+    const std::string writeError = "[ERROR] can't write to file: " + Path("f15.txt") + "\n  ";
+    EXPECT_EQ(r.err.rfind(readError + writeError, 0), 0u) << r.err;
+    for (int i = 0; i < 30; ++i)
+        EXPECT_EQ(Read(names[i]), i == 7 || i == 15 ? "teh\n" : "the\n") << names[i];
+
+    // With -errstop the run ends at the read failure, then at the write
+    // failure: nothing behind either is written, though it may have been
+    // read already.
+    for (const char* stopper : {"f07.txt", "f15.txt"}) {
+        Build(tree);
+        args.push_back("-errstop");
+        auto stop = Run(args);
+        args.pop_back();
+        const bool sevenFails = stopper[2] == '7';
+        const int at = sevenFails ? 7 : 15;
+        EXPECT_EQ(stop.status, 255) << stopper;
+        EXPECT_EQ(stop.out, counts(at, sevenFails)) << stopper;
+        for (int i = 0; i < 30; ++i)
+            EXPECT_EQ(Read(names[i]), i < at ? "the\n" : "teh\n") << names[i];
+        close(unreadable);  // the second round stops at the write failure
+    }
+    close(unwritable);
+}
