@@ -84,13 +84,15 @@ run_case plain-pipe \
     sed "cat '$LOG' | sed 's/ERROR/FAILURE/g'" \
     perl "cat '$LOG' | perl -pe 's/ERROR/FAILURE/g'" \
     sd "cat '$LOG' | sd -s ERROR FAILURE" \
+    rg "cat '$LOG' | rg --no-config --passthru -F ERROR -r FAILURE" \
     cat "cat '$LOG' | cat"
 
 run_case caseblind-pipe \
     mendo "cat '$LOG' | '$MENDO' -fic:error -t:FAILURE" \
     sed "cat '$LOG' | sed 's/[Ee][Rr][Rr][Oo][Rr]/FAILURE/g'" \
     perl "cat '$LOG' | perl -pe 's/error/FAILURE/gi'" \
-    sd "cat '$LOG' | sd -f i error FAILURE"
+    sd "cat '$LOG' | sd -f i error FAILURE" \
+    rg "cat '$LOG' | rg --no-config --passthru -i -F error -r FAILURE"
 
 # ---- regular expressions ----------------------------------------------------
 # Through a pipe, against sed -E, perl and ripgrep's pass-through replace.
@@ -122,16 +124,25 @@ run_case regex-never-matches \
     rg "cat '$LOG' | rg --no-config --passthru 'qqq[0-9]+zzz' -r 'x' || [ \$? -eq 1 ]"
 
 # Peak memory of the regex replace on the log, in each strategy, against the
-# input's size (GNU time's maximum resident set, in kB).
+# input's size (GNU time's maximum resident set, in kB): the memory expand
+# strategy rewriting a file (which needs the whole result before the write)
+# and printing it (-stdout, which prints it while it is produced), and the
+# in-place strategy.
 peak_kb() { /usr/bin/time -f %M "$@" 2>&1 >/dev/null | tail -1; }
 INPUT_KB=$(( $(stat -L -c %s "$LOG") / 1024 ))
-EXPAND_KB=$(peak_kb "$MENDO" "$LOG" "-r:$IP" '-t:\4.\3.\2.\1' -stdout)
+ratio() { python3 -c "print('%.2f' % ($1 / $INPUT_KB))"; }
+mkdir -p "$DATA/work"
+cp "$LOG" "$DATA/work/memory.log"
+FILE_KB=$(peak_kb "$MENDO" "$DATA/work/memory.log" "-r:$IP" '-t:\4.\3.\2.\1')
+rm -f "$DATA/work/memory.log"
+STDOUT_KB=$(peak_kb "$MENDO" "$LOG" "-r:$IP" '-t:\4.\3.\2.\1' -stdout)
 INPLACE_KB=$(peak_kb "$MENDO" "$LOG" "-r:$IP" '-t:\4.\3.\2.\1' -stdout -noexp)
 cat > "$RESULTS/memory.md" <<MEM
 | strategy | peak resident (MB) | ratio to the input |
 |---|---|---|
-| memory expand | $(( EXPAND_KB / 1024 )) | $(python3 -c "print('%.2f' % ($EXPAND_KB / $INPUT_KB))") |
-| in place (-noexp) | $(( INPLACE_KB / 1024 )) | $(python3 -c "print('%.2f' % ($INPLACE_KB / $INPUT_KB))") |
+| memory expand, rewriting the file | $(( FILE_KB / 1024 )) | $(ratio "$FILE_KB") |
+| memory expand, -stdout | $(( STDOUT_KB / 1024 )) | $(ratio "$STDOUT_KB") |
+| in place (-noexp) | $(( INPLACE_KB / 1024 )) | $(ratio "$INPLACE_KB") |
 MEM
 echo "== memory"
 cat "$RESULTS/memory.md"
