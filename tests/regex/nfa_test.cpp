@@ -76,6 +76,102 @@ TYPED_TEST(NfaTest, FreedArcsAreRecycled) {
     }
 }
 
+// An arc that exists is refused whichever end holds the longer list (the
+// shorter one is searched), and an arc that differs from it in type,
+// colour, source or target is added, also when the states it joins are
+// busy ones.
+TYPED_TEST(NfaTest, DuplicatesAreRefusedWhicheverEndIsBusier) {
+    static constexpr int kCrowd = 40;
+    for (const bool busy_sources : {true, false}) {
+        SCOPED_TRACE(busy_sources ? "sources have many out-arcs" : "targets have many in-arcs");
+        Compilation<TypeParam> c;
+        // A busy state has kCrowd arcs on its busy side, with the arc under
+        // test among them when it has one.
+        auto crowd = [&](state* s, int first) {
+            for (int i = first; i < first + kCrowd / 2; ++i) {
+                if (busy_sources)
+                    newarc(c.nfa, kLabel, color(i), s, newstate(c.nfa));
+                else
+                    newarc(c.nfa, kLabel, color(i), newstate(c.nfa), s);
+            }
+        };
+        state* from = newstate(c.nfa);
+        state* to = newstate(c.nfa);
+        state* busy = busy_sources ? from : to;
+        crowd(busy, 100);
+        newarc(c.nfa, kLabel, 7, from, to);
+        crowd(busy, 200);
+        const int outs = from->nouts;
+        const int ins = to->nins;
+        newarc(c.nfa, kLabel, 7, from, to);
+        EXPECT_EQ(from->nouts, outs);
+        EXPECT_EQ(to->nins, ins);
+
+        state* other = newstate(c.nfa);
+        crowd(other, 100);
+        crowd(other, 200);
+        const struct {
+            int type;
+            color co;
+            state* from;
+            state* to;
+            const char* why;
+        } differing[] = {
+            {'^', 7, from, to, "type"},
+            {kLabel, 8, from, to, "colour"},
+            {kLabel, 7, other, to, "source"},
+            {kLabel, 7, from, other, "target"},
+        };
+        for (const auto& d : differing) {
+            const int before = d.from->nouts;
+            newarc(c.nfa, d.type, d.co, d.from, d.to);
+            EXPECT_EQ(d.from->nouts, before + 1) << "differs in " << d.why;
+            EXPECT_TRUE(HasArc(d.from, d.to, d.type, d.co)) << "differs in " << d.why;
+        }
+    }
+}
+
+// A hub's out- and in-lists stay newest first and hold exactly the live
+// arcs while arcs are freed from their heads, middles and tails and new ones
+// are added, as when empties are removed at the start of a long
+// alternation.
+TYPED_TEST(NfaTest, FreeingAnywhereKeepsTheArcListsInOrder) {
+    Compilation<TypeParam> c;
+    state* hub = newstate(c.nfa);
+    std::vector<arc*> outs;  // newest first, as the list runs
+    std::vector<arc*> ins;
+    auto add = [&](int i) {
+        newarc(c.nfa, kLabel, color(i), hub, newstate(c.nfa));
+        outs.insert(outs.begin(), hub->outs);
+        newarc(c.nfa, kLabel, color(i), newstate(c.nfa), hub);
+        ins.insert(ins.begin(), hub->ins);
+    };
+    auto drop = [&](std::vector<arc*>& model, size_t at) {
+        freearc(c.nfa, model[at]);
+        model.erase(model.begin() + long(at));
+    };
+    int next = 0;
+    for (; next < 30; ++next)
+        add(next);
+    for (int round = 0; round < 20; ++round) {
+        drop(outs, outs.size() / 2);
+        drop(ins, ins.size() / 3);
+        drop(outs, outs.size() - 1);
+        drop(ins, 0);
+        add(next++);
+        add(next++);
+    }
+    std::vector<arc*> out_list, in_list;
+    for (arc* a = hub->outs; a; a = a->outchain)
+        out_list.push_back(a);
+    for (arc* a = hub->ins; a; a = a->inchain)
+        in_list.push_back(a);
+    EXPECT_EQ(out_list, outs);
+    EXPECT_EQ(in_list, ins);
+    EXPECT_EQ(hub->nouts, int(outs.size()));
+    EXPECT_EQ(hub->nins, int(ins.size()));
+}
+
 TYPED_TEST(NfaTest, DelsubRemovesEverythingBetweenItsEnds) {
     Compilation<TypeParam> c;
     state* lp = newstate(c.nfa);

@@ -139,16 +139,19 @@ inline constexpr int EMPTY = 'n';  // also the lexer's "before the first token"
 struct state;
 
 // Only the top NFA of a compilation links PLAIN, AHEAD and BEHIND arcs into
-// their colour's chain, so that splitting a colour can find its arcs. The
-// chain is doubly linked: an NFA can hold tens of thousands of arcs of one
-// colour, and freeing one must not walk them all.
+// their colour's chain, so that splitting a colour can find its arcs. All
+// three chains are doubly linked: one state or one colour can hold tens of
+// thousands of arcs (the start of a long alternation of words), and freeing
+// one of them must not walk the others.
 struct arc {
     int type;
     color co;  // for LACON: the look-ahead's index
     state* from;
     state* to;
     arc* outchain;       // next out-arc of `from`; also the free chain
+    arc* outchainrev;    // previous out-arc of `from`
     arc* inchain;        // next in-arc of `to`
+    arc* inchainrev;     // previous in-arc of `to`
     arc* colorchain;     // next arc of the same colour
     arc* colorchainrev;  // previous arc of the same colour
 };
@@ -195,7 +198,7 @@ struct nfa {
     color eos[2];
     parse_vars<CharT>* v;
     re::nfa<CharT>* parent;  // a child keeps no colour chains and owns no pseudo-colours
-    long long work;          // arcs looked at by newarc, a measure of optimisation cost
+    long long work;          // a measure of optimisation cost: see newarc
 };
 
 // Compact, read-only automaton.

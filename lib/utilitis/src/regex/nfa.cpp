@@ -17,6 +17,7 @@
 #include "regex/nfa.h"
 #include "regex/alloc.h"
 
+#include <algorithm>
 #include <vector>
 
 #include <cstdlib>
@@ -123,19 +124,36 @@ arc* allocarc(nfa<CharT>* nfa, state* s) {
 }
 
 void unlink_out(state* from, arc* victim) {
-    arc** link = &from->outs;
-    while (*link != victim)
-        link = &(*link)->outchain;
-    *link = victim->outchain;
+    if (victim->outchainrev)
+        victim->outchainrev->outchain = victim->outchain;
+    else
+        from->outs = victim->outchain;
+    if (victim->outchain) victim->outchain->outchainrev = victim->outchainrev;
     from->nouts--;
 }
 
 void unlink_in(state* to, arc* victim) {
-    arc** link = &to->ins;
-    while (*link != victim)
-        link = &(*link)->inchain;
-    *link = victim->inchain;
+    if (victim->inchainrev)
+        victim->inchainrev->inchain = victim->inchain;
+    else
+        to->ins = victim->inchain;
+    if (victim->inchain) victim->inchain->inchainrev = victim->inchainrev;
     to->nins--;
+}
+
+// Whether from -> to already has an arc of this type and colour. Such an arc
+// is both an out-arc of `from` and an in-arc of `to`, so the shorter of the
+// two lists answers: at the hub states of a long alternation one side holds
+// an arc per alternative while the other holds one or two.
+bool has_arc(const state* from, const state* to, int type, color co) {
+    if (from->nouts <= to->nins) {
+        for (const arc* a = from->outs; a; a = a->outchain)
+            if (a->to == to && a->co == co && a->type == type) return true;
+    } else {
+        for (const arc* a = to->ins; a; a = a->inchain)
+            if (a->from == from && a->co == co && a->type == type) return true;
+    }
+    return false;
 }
 
 // ---- cleanup ---------------------------------------------------------------
@@ -428,17 +446,14 @@ bool carc_less(const carc& a, const carc& b) {
     return a.co < b.co || (a.co == b.co && a.to < b.to);
 }
 
-// An in-place exchange sort: lists are short, and one or two arcs are left
-// as they are, since matching does not depend on the order.
+// Sorts the arcs from `first` to `last` inclusive. One or two arcs are left
+// as they are, since matching does not depend on the order. Arcs that
+// compare equal are equal in every field, so any sort gives the same list;
+// an O(n log n) one keeps the start of a long alternation, with an arc per
+// alternative, from costing quadratic time.
 void carcsort(carc* first, carc* last) {
     if (last - first <= 1) return;
-    for (carc* p = first; p <= last; ++p)
-        for (carc* q = p; q <= last; ++q)
-            if (carc_less(*q, *p)) {
-                const carc tmp = *p;
-                *p = *q;
-                *q = tmp;
-            }
+    std::sort(first, last + 1, carc_less);
 }
 
 // Writes the arc list of `s` at `ca`; returns the position after it.
@@ -630,9 +645,12 @@ void newarc(nfa<CharT>* nfa, int type, color co, state* from, state* to) {
         set_error(nfa->v, REG_ASSERT);
         return;
     }
+    // The cost charged against the propagation bounds: the source's out-arcs
+    // plus one for each arc asked for. It measures how far the automaton has
+    // grown, not how the duplicate is found, so a pattern meets the bounds at
+    // the same point whichever list `has_arc` searches.
     nfa->work += from->nouts + 1;
-    for (const arc* a = from->outs; a; a = a->outchain)
-        if (a->to == to && a->co == co && a->type == type) return;
+    if (has_arc(from, to, type, co)) return;
     arc* a = allocarc(nfa, from);
     if (!a) return;
     a->type = type;
@@ -640,9 +658,13 @@ void newarc(nfa<CharT>* nfa, int type, color co, state* from, state* to) {
     a->from = from;
     a->to = to;
     a->outchain = from->outs;
+    a->outchainrev = nullptr;
+    if (from->outs) from->outs->outchainrev = a;
     from->outs = a;
     from->nouts++;
     a->inchain = to->ins;
+    a->inchainrev = nullptr;
+    if (to->ins) to->ins->inchainrev = a;
     to->ins = a;
     to->nins++;
     a->colorchain = nullptr;
@@ -660,6 +682,8 @@ void freearc(nfa<CharT>* nfa, arc* victim) {
     victim->from = nullptr;
     victim->to = nullptr;
     victim->inchain = nullptr;
+    victim->inchainrev = nullptr;
+    victim->outchainrev = nullptr;
     victim->outchain = from->free;
     from->free = victim;
 }
