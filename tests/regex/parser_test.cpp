@@ -203,6 +203,14 @@ const TreeCase kTreeCases[] = {
     {"(a)*", ARE, ".[LC](=,.[LC](|[LC](.[LC](=[L],([C]#1(=,-)),|[L](=[L],-)),=))", 0},
     {"a*?b*", ARE, ".[SM](=[S],.[L](|[L](.[L](=[L],=),|[L](=[L],-)),=))", 0},
     {"(a){0}b", ARE, "=", 2},
+    // A kept alternation: each node of its chain carries the flags of every
+    // alternative from its own to the last, so what only a later
+    // alternative has reaches all the nodes before it, and no further.
+    {"a|(b)|c", ARE, "|[LC](=,|[LC](.[C](=,.[C](([C]#1(=,-),=)),|[L](=,-)))", 0},
+    {"a|b|c|d*?", ARE, "|[LM](=,|[LM](=,|[LM](=,|[LM](=[S],-))))", 0},
+    {"a*?|b|(c)|d|e", ARE,
+     "|[LMC](=[S],|[LC](=,|[LC](.[C](=,.[C](([C]#1(=,-),=)),|[L](=,|[L](=,-)))))", 0},
+    {"(a)|b*?|c|d", ARE, "|[LMC](.[C](=,.[C](([C]#1(=,-),=)),|[LM](=[S],|[L](=,|[L](=,-))))", 0},
 };
 
 TEST(ParserTree, Shapes) {

@@ -691,6 +691,30 @@ class depth_guard {
     parse_vars<CharT>* m_v;
 };
 
+namespace {
+// Each node of an alternation chain stands for the alternatives from its
+// own to the last, so besides its own flags it carries those of every node
+// after it. The chain is read holding each node's own flags only, and this
+// one walk adds the rest: a flag goes to every node up to the last one that
+// has it. (Adding each node's flags to all earlier nodes as it is read
+// would cost time quadratic in the number of alternatives.)
+void spread_flags_back(subre* head) {
+    constexpr int kFlagBits = 8;
+    const subre* last_with[kFlagBits] = {};
+    for (const subre* node = head; node; node = node->right)
+        for (int bit = 0; bit < kFlagBits; ++bit)
+            if (static_cast<unsigned char>(node->flags) & (1u << bit)) last_with[bit] = node;
+    unsigned pending = 0;
+    for (int bit = 0; bit < kFlagBits; ++bit)
+        if (last_with[bit]) pending |= 1u << bit;
+    for (subre* node = head; node && pending; node = node->right) {
+        node->flags = char(static_cast<unsigned char>(node->flags) | pending);
+        for (int bit = 0; bit < kFlagBits; ++bit)
+            if (last_with[bit] == node) pending &= ~(1u << bit);
+    }
+}
+}  // namespace
+
 template <class CharT>
 subre* parse_alternation(parse_vars<CharT>* v, int stopper, int type, state* init, state* final) {
     depth_guard<CharT> guard(v);
@@ -707,8 +731,6 @@ subre* parse_alternation(parse_vars<CharT>* v, int stopper, int type, state* ini
         node->left = parse_branch(v, stopper, type, left, right, false);
         if (has_error(v)) return nullptr;
         node->flags |= UP(node->flags | node->left->flags);
-        for (subre* earlier = head; earlier != node; earlier = earlier->right)
-            earlier->flags |= node->flags;
         if (!at(v, BAR)) break;
         next_token(v);
         node->right = new_subre(v, '|', LONGER, init, final);
@@ -725,6 +747,7 @@ subre* parse_alternation(parse_vars<CharT>* v, int stopper, int type, state* ini
         free_subre_node(v, head);
         return branch;
     }
+    spread_flags_back(head);
     if (!MESSY(head->flags)) {
         // The automaton alone can tell the alternatives apart.
         freesubre(v, head->left);
