@@ -1,6 +1,7 @@
 // Micro benchmarks of the regular-expression engine: compile time of typical
-// patterns, and engine_exec walking a large log the way a replace does (one
-// call per match, each starting where the last match ended).
+// patterns and of a long word list, and engine_exec walking a large log the
+// way a replace does (one call per match, each starting where the last match
+// ended).
 //
 // The text is bench/data/access.log when `make bench` has generated it (the
 // 200 MB log), else a synthetic 64 MB log of the same shape.
@@ -11,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -137,5 +139,63 @@ BENCHMARK_CAPTURE(BM_Compile, classes_and_bounds, "\\m[[:alpha:]_]\\w{2,8}\\M\\s
                   REG_ADVANCED);
 BENCHMARK_CAPTURE(BM_Compile, back_reference, "(['\"])[^'\"]*\\1", REG_ADVANCED);
 BENCHMARK_CAPTURE(BM_Compile, wide_class, "[[:alpha:]]+[[:digit:]]{1,3}", REG_ADVANCED);
+
+// Distinct lower-case words of 3 to 10 letters from a fixed seed.
+std::vector<std::string> WordList(size_t n) {
+    std::set<std::string> seen;
+    std::vector<std::string> words;
+    uint32_t seed = 20261121;
+    auto next = [&seed](uint32_t bound) {
+        seed = seed * 1103515245u + 12345u;
+        return (seed >> 8) % bound;
+    };
+    while (words.size() < n) {
+        std::string word;
+        const uint32_t length = 3 + next(8);
+        for (uint32_t i = 0; i < length; ++i)
+            word += char('a' + next(26));
+        if (seen.insert(word).second) words.push_back(word);
+    }
+    return words;
+}
+
+// A user's word list of range(0) words as one alternation, between `open`
+// and `close`. Compile time should grow about linearly with the words: the
+// two states every alternative hangs off hold an arc per word.
+void BM_CompileWordList(benchmark::State& state, const char* open, const char* close, int flags) {
+    const std::vector<std::string> words = WordList(size_t(state.range(0)));
+    std::string pattern = open;
+    for (size_t i = 0; i < words.size(); ++i) {
+        if (i) pattern += '|';
+        pattern += words[i];
+    }
+    pattern += close;
+    for (auto _ : state) {
+        regex_t re{};
+        Require(engine_compile(&re, pattern.data(), pattern.size(), flags) == REG_OKAY, "compile");
+        engine_free(&re);
+    }
+    regex_t re{};
+    Require(engine_compile(&re, pattern.data(), pattern.size(), flags) == REG_OKAY, "compile");
+    const std::string& middle = words[words.size() / 2];
+    const std::string subject = "-" + middle + "-";
+    regmatch_t m[1];
+    Require(engine_exec(&re, subject.data(), subject.size(), nullptr, 1, m, 0) == REG_OKAY &&
+                m[0].rm_so == 1 && m[0].rm_eo == long(1 + middle.size()),
+            "a word of the list is found");
+    Require(engine_exec(&re, "0123 4567", 9, nullptr, 1, m, 0) == REG_NOMATCH,
+            "no word is found where there is none");
+    engine_free(&re);
+    state.counters["words"] = double(words.size());
+}
+
+BENCHMARK_CAPTURE(BM_CompileWordList, bare_extended, "", "", REG_EXTENDED)
+    ->Arg(2000)
+    ->Arg(20000)
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_CompileWordList, group_advanced, "(", ")", REG_ADVANCED)
+    ->Arg(2000)
+    ->Arg(20000)
+    ->Unit(benchmark::kMillisecond);
 
 }  // namespace
