@@ -1,6 +1,8 @@
 // Process runner for the command-line tests: fork, exec, and a poll loop
 // that feeds standard input while draining both outputs, so that large
-// inputs and outputs can't deadlock on full pipes.
+// inputs and outputs can't deadlock on full pipes. Inputs and outputs can
+// be streamed, so that a run of gigabytes needs no copy of them here, and a
+// time limit turns a hang into a failed run.
 
 #include "cli/run_mendo.h"
 
@@ -15,22 +17,20 @@
 #include <cerrno>
 #include <cstdio>
 #include <stdexcept>
+#include <string_view>
 
 namespace mendo_test {
 namespace {
+
+using Clock = std::chrono::steady_clock;
 
 void MakePipe(int fds[2]) {
     if (pipe2(fds, O_CLOEXEC) != 0) throw std::runtime_error("pipe2 failed");
 }
 
-// Reads what is there, at most `most` bytes; returns false at end of stream.
-bool Drain(int fd, std::string& into, size_t most = 65536) {
-    char buffer[65536];
-    ssize_t n = read(fd, buffer, std::min(most, sizeof buffer));
-    if (n < 0 && (errno == EINTR || errno == EAGAIN)) return true;
-    if (n <= 0) return false;
-    into.append(buffer, size_t(n));
-    return true;
+void CloseFd(int& fd) {
+    if (fd >= 0) close(fd);
+    fd = -1;
 }
 
 // The test process may ignore signals (the library ignores SIGPIPE), and an
@@ -43,6 +43,61 @@ void DefaultSignals() {
     sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
+// Shrinks the pipe that `fd` writes into and fills it to the brim, so that
+// the next write waits for a reader. Returns the bytes it holds.
+size_t FillPipe(int fd) {
+    fcntl(fd, F_SETPIPE_SZ, 4096);  // the smallest; a refusal only costs more filler
+    const int flags = fcntl(fd, F_GETFL);
+    fcntl(fd, F_SETFL, flags | O_NONBLOCK);
+    const std::string page(4096, '.');
+    size_t filled = 0;
+    for (;;) {
+        ssize_t n = write(fd, page.data(), page.size());
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) break;
+        filled += size_t(n);
+    }
+    fcntl(fd, F_SETFL, flags);  // the child's end blocks, as a shell's pipe does
+    return filled;
+}
+
+// The parent's reading end of one of the child's outputs.
+struct Reader {
+    int fd = -1;
+    std::optional<size_t> limit;  // close after this many bytes
+    size_t skip = 0;              // bytes that the parent put there itself
+    size_t seen = 0;
+
+    bool open() const { return fd >= 0; }
+
+    // Reads what is there and hands it on; closes the end at end of stream
+    // or at the limit.
+    void Pump(std::vector<char>& buffer, const std::function<void(std::string_view)>& deliver) {
+        size_t most = buffer.size();
+        if (limit) most = std::min(most, *limit + skip - seen);
+        ssize_t n = read(fd, buffer.data(), most);
+        if (n < 0 && (errno == EINTR || errno == EAGAIN)) return;
+        if (n <= 0) {
+            CloseFd(fd);
+            return;
+        }
+        size_t from = 0;
+        if (seen < skip) from = std::min(size_t(n), skip - seen);
+        seen += size_t(n);
+        if (size_t(n) > from) deliver({buffer.data() + from, size_t(n) - from});
+        if (limit && seen >= *limit + skip) CloseFd(fd);
+    }
+};
+
+constexpr Clock::time_point kNever = Clock::time_point::max();
+
+// What remains of the time limit, for poll: -1 without one.
+int PollTimeout(Clock::time_point deadline) {
+    if (deadline == kNever) return -1;
+    auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+    return int(std::max<int64_t>(0, left.count()));
+}
+
 }  // namespace
 
 RunResult RunMendo(const std::vector<std::string>& args, const std::string& input,
@@ -53,15 +108,30 @@ RunResult RunMendo(const std::vector<std::string>& args, const std::string& inpu
 RunResult RunProgram(const std::string& path, const std::vector<std::string>& args,
                      const std::string& input, const std::string& workDir, size_t addressSpaceLimit,
                      size_t stdoutReadLimit) {
+    RunSpec spec;
+    spec.program = path;
+    spec.args = args;
+    spec.input = input;
+    spec.workDir = workDir;
+    if (addressSpaceLimit) spec.limits.push_back({RLIMIT_AS, addressSpaceLimit});
+    if (stdoutReadLimit) spec.stdoutReadLimit = stdoutReadLimit;
+    return RunWith(spec);
+}
+
+RunResult RunWith(const RunSpec& spec) {
     int in[2], out[2], err[2];
     MakePipe(in);
     MakePipe(out);
     MakePipe(err);
+    const bool pauseOut = spec.whilePaused && spec.pausedOutput == STDOUT_FILENO;
+    const bool pauseErr = spec.whilePaused && spec.pausedOutput == STDERR_FILENO;
+    const size_t outFiller = pauseOut ? FillPipe(out[1]) : 0;
+    const size_t errFiller = pauseErr ? FillPipe(err[1]) : 0;
 
+    std::string program = spec.program.empty() ? std::string(MENDO_BINARY) : spec.program;
+    std::vector<std::string> words = spec.args;
     std::vector<char*> argv;
-    std::string program = path;
     argv.push_back(program.data());
-    std::vector<std::string> words = args;
     for (auto& w : words)
         argv.push_back(w.data());
     argv.push_back(nullptr);
@@ -73,10 +143,10 @@ RunResult RunProgram(const std::string& path, const std::vector<std::string>& ar
         dup2(in[0], STDIN_FILENO);
         dup2(out[1], STDOUT_FILENO);
         dup2(err[1], STDERR_FILENO);
-        if (!workDir.empty() && chdir(workDir.c_str()) != 0) _exit(127);
-        if (addressSpaceLimit) {
-            rlimit limit{addressSpaceLimit, addressSpaceLimit};
-            setrlimit(RLIMIT_AS, &limit);
+        if (!spec.workDir.empty() && chdir(spec.workDir.c_str()) != 0) _exit(127);
+        for (const auto& [resource, value] : spec.limits) {
+            rlimit limit{rlim_t(value), rlim_t(value)};
+            setrlimit(resource, &limit);
         }
         execv(program.c_str(), argv.data());
         _exit(127);
@@ -87,46 +157,79 @@ RunResult RunProgram(const std::string& path, const std::vector<std::string>& ar
 
     // The runner must survive the child closing its input early.
     signal(SIGPIPE, SIG_IGN);
-    fcntl(in[1], F_SETFL, O_NONBLOCK);
-    RunResult result;
-    size_t written = 0;
-    int inFd = in[1];
-    if (input.empty()) {
-        close(inFd);
-        inFd = -1;
-    }
-    bool outOpen = true, errOpen = true;
-    while (outOpen || errOpen) {
-        pollfd fds[3] = {{out[0], POLLIN, 0}, {err[0], POLLIN, 0}, {inFd, POLLOUT, 0}};
-        fds[0].fd = outOpen ? out[0] : -1;
-        fds[1].fd = errOpen ? err[0] : -1;
-        if (poll(fds, 3, -1) < 0 && errno != EINTR) break;
-        if (fds[0].revents) {
-            const size_t most = stdoutReadLimit ? stdoutReadLimit - result.out.size() : 65536;
-            outOpen = Drain(out[0], result.out, most);
-            if (stdoutReadLimit && result.out.size() >= stdoutReadLimit && outOpen) {
-                close(out[0]);
-                out[0] = -1;
-                outOpen = false;
-            }
-        }
-        if (fds[1].revents) errOpen = Drain(err[0], result.err);
-        if (inFd >= 0 && fds[2].revents) {
-            ssize_t n = write(inFd, input.data() + written, input.size() - written);
-            if (n > 0) written += size_t(n);
-            if (n < 0 && errno != EAGAIN && errno != EINTR) written = input.size();
-            if (written == input.size()) {
-                close(inFd);
-                inFd = -1;
-            }
-        }
-    }
-    if (inFd >= 0) close(inFd);
-    if (out[0] >= 0) close(out[0]);
-    close(err[0]);
+    Reader outEnd{out[0], spec.stdoutReadLimit, outFiller};
+    Reader errEnd{err[0], spec.stderrReadLimit, errFiller};
+    if (outEnd.limit == size_t(0)) CloseFd(outEnd.fd);
+    if (errEnd.limit == size_t(0)) CloseFd(errEnd.fd);
+    if (spec.whilePaused) spec.whilePaused(pid);
 
+    Clock::time_point deadline = spec.timeout.count() > 0 ? Clock::now() + spec.timeout : kNever;
+    RunResult result;
+    auto killForTime = [&] {
+        if (result.timedOut) return;
+        kill(pid, SIGKILL);
+        result.timedOut = true;
+    };
+
+    int inFd = in[1];
+    fcntl(inFd, F_SETFL, O_NONBLOCK);
+    std::vector<char> chunk;  // streamed input not yet written
+    std::string_view pending = spec.input;
+    if (!spec.source && spec.input.empty()) CloseFd(inFd);
+
+    std::vector<char> buffer(size_t(1) << 20);
+    const auto toOut = [&](std::string_view bytes) {
+        if (spec.sink) {
+            spec.sink(bytes);
+        } else {
+            result.out.append(bytes);
+        }
+    };
+    const auto toErr = [&](std::string_view bytes) { result.err.append(bytes); };
+    while (outEnd.open() || errEnd.open() || inFd >= 0) {
+        pollfd fds[3] = {{outEnd.fd, POLLIN, 0}, {errEnd.fd, POLLIN, 0}, {inFd, POLLOUT, 0}};
+        int ready = poll(fds, 3, PollTimeout(deadline));
+        if (ready < 0 && errno != EINTR) break;
+        if (ready == 0 && deadline != kNever && Clock::now() >= deadline) {
+            killForTime();
+            CloseFd(inFd);
+            deadline = kNever;  // the outputs end with the child
+            continue;
+        }
+        if (fds[0].revents) outEnd.Pump(buffer, toOut);
+        if (fds[1].revents) errEnd.Pump(buffer, toErr);
+        if (inFd >= 0 && fds[2].revents) {
+            if (pending.empty() && spec.source) {
+                chunk.resize(size_t(1) << 20);
+                chunk.resize(spec.source(chunk.data(), chunk.size()));
+                pending = {chunk.data(), chunk.size()};
+            }
+            ssize_t n = pending.empty() ? 0 : write(inFd, pending.data(), pending.size());
+            if (n > 0) pending.remove_prefix(size_t(n));
+            const bool refused = n < 0 && errno != EAGAIN && errno != EINTR;
+            if (refused || pending.empty()) {
+                if (refused || !spec.source || chunk.empty()) CloseFd(inFd);
+            }
+        }
+    }
+    CloseFd(inFd);
+    CloseFd(outEnd.fd);
+    CloseFd(errEnd.fd);
+
+    // The outputs may close before the child ends; the time limit still holds.
     int status = 0;
-    while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+    for (;;) {
+        pid_t done = waitpid(pid, &status, deadline == kNever ? 0 : WNOHANG);
+        if (done == pid) break;
+        if (done < 0 && errno != EINTR) break;
+        if (done == 0) {
+            if (Clock::now() >= deadline) {
+                killForTime();
+                deadline = kNever;
+            } else {
+                usleep(1000);
+            }
+        }
     }
     result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     return result;

@@ -5,8 +5,17 @@
 #ifndef MENDO_TESTS_CLI_RUN_MENDO_H
 #define MENDO_TESTS_CLI_RUN_MENDO_H
 
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <optional>
 #include <ostream>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 namespace mendo_test {
@@ -14,7 +23,39 @@ namespace mendo_test {
 struct RunResult {
     std::string out;
     std::string err;
-    int status = -1;  // exit status 0..255, or -1 if the process did not exit normally
+    int status = -1;        // exit status 0..255, or -1 if the process did not exit normally
+    bool timedOut = false;  // killed for running past RunSpec::timeout
+};
+
+// Everything a run can vary. RunMendo and RunProgram below are shorthands
+// for the common case of whole bytes in and whole bytes out.
+struct RunSpec {
+    std::string program;  // empty: MENDO_BINARY
+    std::vector<std::string> args;
+    std::string workDir;  // empty: the current directory
+    std::string input;    // standard input, unless `source` is set
+    // Streamed standard input, for inputs too large to hold: called whenever
+    // the pipe has room, it puts at most `room` bytes at `buffer` and returns
+    // how many; 0 ends the input.
+    std::function<size_t(char* buffer, size_t room)> source;
+    // Streamed standard output: gets every chunk as it comes, and
+    // RunResult::out stays empty.
+    std::function<void(std::string_view chunk)> sink;
+    // Read only this many bytes of standard output (error), then close the
+    // reading end, as `| head -c N` does; 0 closes it before the child runs.
+    std::optional<size_t> stdoutReadLimit;
+    std::optional<size_t> stderrReadLimit;
+    // setrlimit(resource, {value, value}) in the child, e.g. RLIMIT_FSIZE.
+    std::vector<std::pair<int, uint64_t>> limits;
+    // If set, the child starts with the pipe of `pausedOutput` (standard
+    // output or standard error) full, so that its first write there waits;
+    // `whilePaused` runs meanwhile, with the child's pid, and the pipe is
+    // drained once it returns. The bytes that filled the pipe are not part of
+    // the result. (A child that widens the pipe first passes.)
+    int pausedOutput = STDERR_FILENO;
+    std::function<void(pid_t)> whilePaused;
+    // The child is killed when it runs longer than this; zero: no limit.
+    std::chrono::milliseconds timeout{0};
 };
 
 // Runs MENDO_BINARY with `args` (argv[1..]) in `workDir` (empty: the current
@@ -31,6 +72,9 @@ RunResult RunMendo(const std::vector<std::string>& args, const std::string& inpu
 RunResult RunProgram(const std::string& path, const std::vector<std::string>& args,
                      const std::string& input = "", const std::string& workDir = "",
                      size_t addressSpaceLimit = 0, size_t stdoutReadLimit = 0);
+
+// The run that `spec` describes.
+RunResult RunWith(const RunSpec& spec);
 
 // Shows bytes with escapes for control and high bytes, for failure output.
 std::string Printable(const std::string& bytes);
