@@ -4,7 +4,9 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -104,6 +106,46 @@ TEST_F(DirWholeFile, WriteTruncatesAppendsAndCreates) {
     stringEx back;
     dir.ReadFileAt("at", back);
     EXPECT_EQ(Str(back), "at");
+}
+
+// The new content goes over the old and the file is cut behind it: no old
+// byte may survive, whichever is longer, and a write cut short leaves only
+// what was written, unreported, as emptying the file first would.
+TEST_F(DirWholeFile, WriteLeavesNoOldByteEvenWhenCutShort) {
+    const struct {
+        size_t oldSize, newSize;
+    } sizes[] = {{3000, 10}, {10, 3000}, {500, 500}, {500, 0}, {0, 0}};
+    for (const auto& c : sizes) {
+        PutFile(Full("f"), std::string(c.oldSize, 'o'));
+        CDir::WriteFile(At("f"), stringEx(std::string(c.newSize, 'n').c_str()));
+        EXPECT_EQ(GetFile(Full("f")), std::string(c.newSize, 'n')) << c.oldSize << " " << c.newSize;
+    }
+
+    // Under a file-size limit of 1 KiB (SIGXFSZ is ignored by the library).
+    for (const size_t oldSize : {size_t(100), size_t(3000)}) {
+        PutFile(Full("f"), std::string(oldSize, 'o'));
+        const pid_t child = fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            const rlimit limit{1024, 1024};
+            setrlimit(RLIMIT_FSIZE, &limit);
+            try {
+                CDir::WriteFile(At("f"), stringEx(std::string(5000, 'n').c_str()));
+            } catch (...) {
+                _exit(1);
+            }
+            _exit(0);
+        }
+        int status = 0;
+        ASSERT_EQ(waitpid(child, &status, 0), child);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0)
+            << "a short write is not reported";
+        EXPECT_EQ(GetFile(Full("f")), std::string(1024, 'n')) << oldSize;
+    }
+
+    // A first write that fails is the write's failure.
+    const Thrown full = Catch<sysfileExp>([] { CDir::WriteFile(Ex("/dev/full"), stringEx("x")); });
+    EXPECT_NE(full.message.find("error code = 28"), std::string::npos) << full.message;
 }
 
 TEST_F(DirWholeFile, ReaderAndWriterExcludeEachOther) {

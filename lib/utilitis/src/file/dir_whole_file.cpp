@@ -98,6 +98,50 @@ void ReadInto(const stringEx& path, Text& destination) {
     file.Close();
 }
 
+// Writes all of `data` at the file's position, in as many writes as the
+// kernel needs (one write moves at most about 2 GiB). A failure of the
+// first write is the write's failure. Once a write has come back short, a
+// failure of the rest ends the write quietly: a write cut short, by the
+// file-size limit say, is not reported. Returns the bytes written.
+uint64_t WriteReportingFirstFailure(CSysFile& file, const char* data, uint64_t size) {
+    uint64_t done = 0;
+    do {
+        int64_t written = 0;
+        if (done == 0) {
+            written = file.Write(data, size);
+        } else {
+            try {
+                written = file.Write(data + done, size - done);
+            } catch (const sysfileExp&) {
+                break;
+            }
+        }
+        if (written <= 0) break;
+        done += uint64_t(written);
+    } while (done < size);
+    return done;
+}
+
+// Makes the file hold `data` and nothing else, as emptying it and then
+// writing would, and with the same result when the write fails: the file
+// holds what was written, no byte of the old content. The new content goes
+// over the old and the file is cut behind it, which spares the file system
+// freeing all of the file's blocks to allocate them again, and waiting for
+// pages of the old content still being written out.
+void ReplaceContent(CSysFile& file, const char* data, uint64_t size) {
+    try {
+        WriteReportingFirstFailure(file, data, size);
+    } catch (const sysfileExp&) {
+        try {
+            file.ResizeToCurrentPos();
+        } catch (const sysfileExp&) {
+            // The write's failure is the one to report.
+        }
+        throw;
+    }
+    file.ResizeToCurrentPos();
+}
+
 void WriteBytes(const stringEx& path, const char* data, uint64_t size, bool flush, bool append) {
     if (path.empty()) {
         throw dirExp(ExpMessage("CDir::WriteFile - write what ?"), DirCode::InvalidArgument);
@@ -107,11 +151,11 @@ void WriteBytes(const stringEx& path, const char* data, uint64_t size, bool flus
     file.Open(path, O_WRONLY, O_CREAT | IMPL::kNeverWait, FileShare::Exclusive, 0666, 0);
     if (append) {
         file.SeekEnd(0);
+        WriteReportingFirstFailure(file, data, size);
     } else {
         file.SeekBegin(0);
-        file.ResizeToCurrentPos();
+        ReplaceContent(file, data, size);
     }
-    IMPL::WriteAll(file, data, size);
     if (flush) file.Flush();
     file.Close();
 }
