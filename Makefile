@@ -33,8 +33,8 @@ test-sanitize: deps
 		ctest --test-dir $(SAN_BUILD) --output-on-failure -j $(JOBS)
 
 # The thread-safety tests (those labelled sync or regex_threads) under
-# ThreadSanitizer, and mendo's file runs, whose writes overlap the reads of
-# the next file on a second thread.
+# ThreadSanitizer, and mendo's file runs, where a second thread warms the
+# pages of a large result.
 test-tsan: deps
 	@test -f $(TSAN_BUILD)/build.ninja || cmake -S . -B $(TSAN_BUILD) -G Ninja \
 		-DCMAKE_BUILD_TYPE=RelWithDebInfo -DORLO_TSAN=ON $(CMAKE_ARGS)

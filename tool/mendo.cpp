@@ -20,7 +20,6 @@
 #include "mendo.h"
 
 #include <sys/mman.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <atomic>
@@ -29,7 +28,6 @@
 #include <vector>
 
 #include "cmdline.h"
-#include "file_writer.h"
 #include "orlo/dir.h"
 #include "orlo/exceptions.h"
 #include "orlo/exp_message.h"
@@ -317,111 +315,41 @@ PathList FindFiles(const CCmdLine& cmd, const Request& req) {
     return files;
 }
 
-// The identity of a file on disk, to tell two names of one file apart from
-// two files.
-struct FileId {
-    dev_t device = 0;
-    ino_t inode = 0;
-    bool known = false;
-};
-
-FileId IdentifyFile(const stringEx& file) {
-    struct stat info;
-    if (::stat(file.c_str(), &info) != 0) return {};
-    return {info.st_dev, info.st_ino, true};
-}
-
-bool MaybeSameFile(const FileId& a, const FileId& b) {
-    return !a.known || !b.known || (a.device == b.device && a.inode == b.inode);
-}
-
-// Goes through the files in order. A changed file is written back on the
-// writer's thread while the next one is read and replaced; everything a
-// file reports (its write failure, its -frc line) is out before anything
-// of a later file, and a file that may be the one being written is not read
-// before that write is done. So the run behaves as if one file followed the
-// other.
-class FileRun {
-  public:
-    FileRun(const Request& req, Workspace& ws) : m_req(req), m_ws(ws) {}
-
-    Next Process(const PathList& files, uint32_t& total) {
-        const bool overlap = files.size() > 1 && !m_req.toStdout;
-        for (const stringEx& file : files) {
-            const FileId id = overlap ? IdentifyFile(file) : FileId();
-            if (m_pending && MaybeSameFile(id, m_pendingId) && Settle(total) == Next::kStop)
-                return Next::kStop;
-            if (ProcessFile(file, id, total) == Next::kStop) return Next::kStop;
-        }
-        return Settle(total);
+// One file: read it whole, replace, and write it back only when something
+// changed, so that a file without a match keeps its bytes and time stamps.
+// Read and write failures are reported here; -errstop ends the run on them.
+Next ProcessFile(const Request& req, Workspace& ws, const stringEx& file, uint32_t& total) {
+    ws.content.clear();
+    try {
+        CDir::ReadFile(file, ws.content);
+    } catch (...) {
+        PrintError("[ERROR] failed reading file: ", file);
+        return req.errStop ? Next::kStop : Next::kGoOn;
     }
+    if (ws.content.empty()) return Next::kGoOn;
 
-  private:
-    // One file: read it whole, replace, and write it back only when
-    // something changed, so that a file without a match keeps its bytes and
-    // time stamps. Read and write failures are reported; -errstop ends the
-    // run on them.
-    Next ProcessFile(const stringEx& file, const FileId& id, uint32_t& total) {
-        m_ws.content.clear();
-        try {
-            CDir::ReadFile(file, m_ws.content);
-        } catch (...) {
-            if (Settle(total) == Next::kStop) return Next::kStop;
-            PrintError("[ERROR] failed reading file: ", file);
-            return m_req.errStop ? Next::kStop : Next::kGoOn;
-        }
-        if (m_ws.content.empty()) return Next::kGoOn;
-
-        uint32_t count = 0;
-        try {
-            count = ReplaceInput(m_req, m_ws, m_req.toStdout);
-        } catch (...) {
-            // The write before this file comes first, failure and all.
-            if (Settle(total) == Next::kStop) return Next::kStop;
-            throw;
-        }
-        if (m_req.toStdout) {
-            WriteStdout(m_ws.content.view());
-            total += count;
-            return Next::kGoOn;
-        }
-        if (count == 0) return Next::kGoOn;
-        if (Settle(total) == Next::kStop) return Next::kStop;
-        m_pending = true;
-        m_pendingFile = file;
-        m_pendingId = id;
-        m_pendingCount = count;
-        m_writer.Start(file, m_ws.content);
+    const uint32_t count = ReplaceInput(req, ws, req.toStdout);
+    if (req.toStdout) {
+        WriteStdout(ws.content.view());
+        total += count;
         return Next::kGoOn;
     }
-
-    // Waits for the write in flight and reports it.
-    Next Settle(uint32_t& total) {
-        if (!m_pending) return Next::kGoOn;
-        m_pending = false;
+    if (count != 0) {
         try {
-            m_writer.Wait();
+            CDir::WriteFile(file, ws.content, false, false);
         } catch (const byExp& e) {
-            PrintError("[ERROR] can't write to file: ", m_pendingFile);
+            PrintError("[ERROR] can't write to file: ", file);
             stringEx detail("  ");
             detail.append(e.message);
             detail.append("\n");
             WriteStderr(detail.view());
-            return m_req.errStop ? Next::kStop : Next::kGoOn;
+            return req.errStop ? Next::kStop : Next::kGoOn;
         }
-        if (m_req.fileCounts) PrintFileCount(m_pendingCount, m_pendingFile);
-        total += m_pendingCount;
-        return Next::kGoOn;
+        if (req.fileCounts) PrintFileCount(count, file);
     }
-
-    const Request& m_req;
-    Workspace& m_ws;
-    FileWriter m_writer;
-    bool m_pending = false;
-    stringEx m_pendingFile;
-    FileId m_pendingId;
-    uint32_t m_pendingCount = 0;
-};
+    total += count;
+    return Next::kGoOn;
+}
 
 // Standard input to standard output: one input, always printed.
 void ProcessStdin(const Request& req, Workspace& ws, uint32_t& total) {
@@ -461,8 +389,8 @@ int Run(int argc, char** argv) {
     if (req.useStdio) {
         ProcessStdin(req, ws, total);
     } else {
-        FileRun run(req, ws);
-        if (run.Process(files, total) == Next::kStop) return -1;
+        for (const stringEx& file : files)
+            if (ProcessFile(req, ws, file, total) == Next::kStop) return -1;
     }
 
     if (req.totalCount && total != 0) PrintTotal(total);
