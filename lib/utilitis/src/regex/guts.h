@@ -318,7 +318,9 @@ struct parse_vars {
     cvec<CharT>* mcces;
     subre* lacons;
     int nlacons;
-    int depth;  // parse functions active, against kMaxParseDepth
+    int depth;        // parse functions active, against kMaxParseDepth
+    long statesMade;  // by all automata of this compilation, against kMaxStatesMade
+    long statesHeld;  // allocated and not yet freed, against kMaxStatesHeld
 };
 
 // Records the first error and ends the token stream.

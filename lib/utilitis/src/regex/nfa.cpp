@@ -555,14 +555,16 @@ nfa<CharT>* newnfa(parse_vars<CharT>* v, colormap<CharT>* cm,
 
 template <class CharT>
 void freenfa(nfa<CharT>* nfa) {
-    for (state *s = nfa->states, *next; s; s = next) {
+    long freed = 0;
+    for (state *s = nfa->states, *next; s; s = next, ++freed) {
         next = s->next;
         destroystate(s);
     }
-    for (state *s = nfa->free, *next; s; s = next) {
+    for (state *s = nfa->free, *next; s; s = next, ++freed) {
         next = s->next;
         destroystate(s);
     }
+    nfa->v->statesHeld -= freed;
     // The map outlives the NFA: its arc chains must not point into freed
     // states.
     if (keeps_color_chains(nfa) && nfa->cm)
@@ -571,12 +573,31 @@ void freenfa(nfa<CharT>* nfa) {
     free(nfa);
 }
 
+// Bounds on the automata of one compilation. Nesting and bounds multiply
+// states: every group of a deep nest gets an automaton of all it holds, and
+// `((a{255}){255}){255}` asks for 16 million copies of `a`. Such patterns
+// would take minutes or all the memory there is; they end with REG_ESPACE
+// instead, within a few seconds and well under a gigabyte. States made
+// counts the work (500 groups in a row make 2.5 million, a 20,000-deep
+// nest would make 4.8 billion); states held counts the memory, about 800
+// bytes each with their arcs (a list of 50,000 words holds 0.8 million).
+inline constexpr long kMaxStatesMade = 20000000;
+inline constexpr long kMaxStatesHeld = 1000000;
+
 template <class CharT>
 state* newstate(nfa<CharT>* nfa) {
+    if (++nfa->v->statesMade > kMaxStatesMade) {
+        set_error(nfa->v, REG_ESPACE);
+        return nullptr;
+    }
     state* s = nfa->free;
     if (s) {
         nfa->free = s->next;
     } else {
+        if (++nfa->v->statesHeld > kMaxStatesHeld) {
+            set_error(nfa->v, REG_ESPACE);
+            return nullptr;
+        }
         s = static_cast<state*>(re_malloc(sizeof(state)));
         if (!s) {
             set_error(nfa->v, REG_ESPACE);
