@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <iterator>
+#include <random>
 #include <string>
 
 #include "orlo/regex_replace.h"
@@ -198,6 +200,58 @@ TYPED_TEST(RegexReplaceTest, RegMatchesAndRegRange) {
     const basic_regex_handle<CharT> anchored = Compile<CharT>("^a$");
     EXPECT_FALSE(RegMatches(Text<CharT>("a"), anchored, true, false));
     EXPECT_FALSE(RegMatches(Text<CharT>("a"), anchored, false, true));
+}
+
+// The in-place replace gives the result of the loop that replaces one match
+// at a time inside the text and searches on behind the replacement (kept
+// here as the reference), without its moving of the rest at every match.
+template <class CharT>
+uint32_t MatchAtATime(basic_buffer<CharT>& text, const basic_regex_handle<CharT>& handle,
+                      const basic_buffer<CharT>& replacement, bool notbol) {
+    CRegMatch match;
+    uint32_t pos = 0, count = 0;
+    while (RegFind(text, match, handle, 0, pos, notbol, false, true)) {
+        const auto [offset, len] = match[0];
+        const basic_buffer<CharT> expanded = ExpandTemplate(replacement, match, text);
+        text.replace(offset, len, expanded);
+        pos = offset + expanded.size() + (len == 0 ? 1 : 0);
+        ++count;
+    }
+    return count;
+}
+
+TYPED_TEST(RegexReplaceTest, InPlaceAgreesWithTheMatchAtATimeLoop) {
+    using CharT = TypeParam;
+    const char* const patterns[] = {"a", "ab*",        "b*",    "^a?",     "a$", "$",
+                                    "^", "(a)(b)?\\n", "\\n^b", "[ab]{2}", "x*", "b|ab"};
+    const char* const replacements[] = {"", "X", "XYZW", "\\2\\1", "\\0\\0\\0", "\\n"};
+    std::mt19937 rng(11);
+    for (int round = 0; round < 3000; ++round) {
+        std::string subject;
+        const size_t size = rng() % (round % 10 == 0 ? 200 : 12);
+        for (size_t i = 0; i < size; ++i)
+            subject += "aab\n"[rng() % 4];
+        const char* pattern = patterns[rng() % std::size(patterns)];
+        const bool newline = rng() % 2, notbol = rng() % 4 == 0;
+        const basic_regex_handle<CharT> h = Compile<CharT>(pattern, newline);
+        ASSERT_FALSE(h.empty()) << pattern;
+        basic_buffer<CharT> with = Text<CharT>(replacements[rng() % std::size(replacements)]);
+        basic_buffer<CharT> expected = Text<CharT>(subject);
+        const uint32_t count = MatchAtATime(expected, h, with, notbol);
+
+        // The text as a block of its own, shared with another record, or a
+        // view of borrowed memory: none but the text itself may change.
+        const basic_buffer<CharT> owned = Text<CharT>(subject);
+        for (int form = 0; form < 3; ++form) {
+            basic_buffer<CharT> text = owned;
+            if (form == 0) text = Text<CharT>(subject);
+            if (form == 2) text = basic_buffer<CharT>(as_view, owned.c_str(), owned.size());
+            EXPECT_EQ(RegReplace(text, h, with, notbol, false, false), count)
+                << pattern << " on " << subject;
+            EXPECT_EQ(Narrow(text), Narrow(expected)) << pattern << " on " << subject;
+            EXPECT_EQ(Narrow(owned), subject) << "the shared or borrowed block changed";
+        }
+    }
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include "orlo/regex_replace.h"
 
 #include <algorithm>
+#include <cstring>
 #include <utility>
 
 #include "string/emit.h"
@@ -143,22 +144,113 @@ uint32_t RegReplaceTo(const basic_buffer<CharT>& source, basic_buffer<CharT>& de
                               &drain);
 }
 
+namespace {
+
+// The result of an in-place replace, built as the text is read from left to
+// right. While no replacement has been longer than its match, the result is
+// written into the text's own block behind the read position; the first
+// that would overtake it moves the result to a block of its own.
+template <class CharT>
+class InPlaceResult {
+  public:
+    explicit InPlaceResult(basic_buffer<CharT>& text) : m_text(text) {
+        // A view borrows memory it may not write, and a shared block is
+        // someone else's too.
+        if (m_text.is_view()) m_text = basic_buffer<CharT>(m_text.c_str(), m_text.size());
+        m_text.grow_for_write(m_text.size() + 1);
+    }
+
+    // Appends text[from, from + n), which lies at or behind the read
+    // position and so is still as it was.
+    void PutText(uint32_t from, uint32_t n) {
+        if (m_apart) {
+            m_result.append(m_text.c_str() + from, n);
+        } else {
+            if (m_written != from)
+                std::memmove(m_text.data() + m_written, m_text.c_str() + from,
+                             size_t(n) * sizeof(CharT));
+            m_written += n;
+        }
+    }
+    // Appends a replacement; `readFrom` is where reading goes on after it.
+    void PutReplacement(const basic_buffer<CharT>& piece, uint32_t readFrom) {
+        if (!m_apart && m_written + piece.size() > readFrom) MoveApart();
+        if (m_apart) {
+            m_result.append(piece);
+        } else {
+            std::copy(piece.c_str(), piece.c_str() + piece.size(), m_text.data() + m_written);
+            m_written += piece.size();
+        }
+    }
+
+    uint32_t Size() const { return m_apart ? m_result.size() : m_written; }
+    CharT Last() const {
+        return m_apart ? m_result.c_str()[m_result.size() - 1] : m_text.c_str()[m_written - 1];
+    }
+
+    // Makes the text the result.
+    void Finish() {
+        if (m_apart)
+            m_text.swap(m_result);
+        else
+            m_text.set_length(m_written);
+    }
+
+  private:
+    void MoveApart() {
+        m_apart = true;
+        const uint64_t room = uint64_t(m_text.size()) + m_text.size() / 8 + 1;
+        m_result.reserve_exact(uint32_t(std::min<uint64_t>(room, basic_buffer<CharT>::max_size())));
+        m_result.append(m_text.c_str(), m_written);
+    }
+
+    basic_buffer<CharT>& m_text;
+    basic_buffer<CharT> m_result;
+    uint32_t m_written = 0;
+    bool m_apart = false;
+};
+
+}  // namespace
+
+// The classic loop replaces one match at a time inside the text and searches
+// on behind the replacement, so each search sees the unchanged rest of the
+// text and, for its line start, the element before it in the changed text.
+// This gives its result without moving the rest at every match: the changed
+// part is built apart from the unread rest, and each search starts in the
+// rest with the line start that the changed text's last element gives.
 template <class CharT>
 uint32_t RegReplace(basic_buffer<CharT>& text, const basic_regex_handle<CharT>& handle,
                     basic_buffer<CharT> replacement, bool notbol, bool noteol, bool prepare) {
     if (prepare)
         EscapeTranslate(replacement, CharT('\\'), plain_escape_table<CharT>(), false, true);
     CRegMatch match;
-    uint32_t pos = 0;
+    if (!RegFind(text, match, handle, 0, 0, notbol, noteol, true)) return 0;
+
+    const bool sensitive = newline_sensitive(handle);
+    InPlaceResult<CharT> result(text);
+    const uint32_t length = text.size();
+    uint32_t read = 0;  // where the unread rest of the text begins
     uint32_t count = 0;
-    while (RegFind(text, match, handle, 0, pos, notbol, noteol, true)) {
+    do {
         const auto [offset, len] = match[0];
         const basic_buffer<CharT> expanded = ExpandTemplate(replacement, match, text);
-        const uint32_t removed = std::min(len, text.size() - offset);
-        text.replace(offset, removed, expanded);
-        pos = offset + expanded.size() + (len == 0 ? 1 : 0);
+        result.PutText(read, offset - read);
+        read = offset + std::min(len, length - offset);
+        result.PutReplacement(expanded, read);
         ++count;
-    }
+        // An empty match lets the element behind it through unchanged.
+        if (len == 0) {
+            if (read >= length) break;
+            result.PutText(read, 1);
+            ++read;
+        }
+        if (read >= length) break;
+        const bool lineStart =
+            result.Size() == 0 ? !notbol : sensitive && result.Last() == CharT('\n');
+        if (!RegFind(text, match, handle, 0, read, !lineStart, noteol, false)) break;
+    } while (true);
+    result.PutText(read, length - read);
+    result.Finish();
     return count;
 }
 
