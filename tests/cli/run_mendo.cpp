@@ -123,10 +123,7 @@ RunResult RunWith(const RunSpec& spec) {
     MakePipe(in);
     MakePipe(out);
     MakePipe(err);
-    const bool pauseOut = spec.whilePaused && spec.pausedOutput == STDOUT_FILENO;
-    const bool pauseErr = spec.whilePaused && spec.pausedOutput == STDERR_FILENO;
-    const size_t outFiller = pauseOut ? FillPipe(out[1]) : 0;
-    const size_t errFiller = pauseErr ? FillPipe(err[1]) : 0;
+    const size_t errFiller = spec.whileStderrFull ? FillPipe(err[1]) : 0;
 
     std::string program = spec.program.empty() ? std::string(MENDO_BINARY) : spec.program;
     std::vector<std::string> words = spec.args;
@@ -157,11 +154,11 @@ RunResult RunWith(const RunSpec& spec) {
 
     // The runner must survive the child closing its input early.
     signal(SIGPIPE, SIG_IGN);
-    Reader outEnd{out[0], spec.stdoutReadLimit, outFiller};
+    Reader outEnd{out[0], spec.stdoutReadLimit};
     Reader errEnd{err[0], spec.stderrReadLimit, errFiller};
     if (outEnd.limit == size_t(0)) CloseFd(outEnd.fd);
     if (errEnd.limit == size_t(0)) CloseFd(errEnd.fd);
-    if (spec.whilePaused) spec.whilePaused(pid);
+    if (spec.whileStderrFull) spec.whileStderrFull();
 
     Clock::time_point deadline = spec.timeout.count() > 0 ? Clock::now() + spec.timeout : kNever;
     RunResult result;

@@ -5,9 +5,6 @@
 #ifndef MENDO_TESTS_CLI_RUN_MENDO_H
 #define MENDO_TESTS_CLI_RUN_MENDO_H
 
-#include <sys/types.h>
-#include <unistd.h>
-
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -47,13 +44,11 @@ struct RunSpec {
     std::optional<size_t> stderrReadLimit;
     // setrlimit(resource, {value, value}) in the child, e.g. RLIMIT_FSIZE.
     std::vector<std::pair<int, uint64_t>> limits;
-    // If set, the child starts with the pipe of `pausedOutput` (standard
-    // output or standard error) full, so that its first write there waits;
-    // `whilePaused` runs meanwhile, with the child's pid, and the pipe is
-    // drained once it returns. The bytes that filled the pipe are not part of
-    // the result. (A child that widens the pipe first passes.)
-    int pausedOutput = STDERR_FILENO;
-    std::function<void(pid_t)> whilePaused;
+    // If set, the child starts with its standard error pipe full, so that its
+    // first write there waits; this runs meanwhile, and the pipe is drained
+    // once it returns. The bytes that filled the pipe are not part of the
+    // result. (A child that widens the pipe first passes.)
+    std::function<void()> whileStderrFull;
     // The child is killed when it runs longer than this; zero: no limit.
     std::chrono::milliseconds timeout{0};
 };
