@@ -3,7 +3,6 @@
 #include "std_io.h"
 
 #include <fcntl.h>
-#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -48,24 +47,22 @@ void WriteAll(int fd, std::string_view bytes) {
 }  // namespace
 
 // A pipe does not tell how much is coming. Once the first step has filled,
-// the input is a large one: take address space for much more at once, with
-// huge pages, so the block is neither moved as it grows nor faulted in a
-// small page at a time. Untouched pages cost nothing; where the room can't
-// be had (a limit on address space), the block grows step by step.
+// the input is a large one: move it to a fresh block with room for much
+// more, which the buffer asks the kernel to back with huge pages, so the
+// block is neither moved as it grows nor faulted in a small page at a
+// time. Untouched pages cost nothing; where the room can't be had (a limit
+// on address space), the block grows step by step.
 void ReserveForLargePipe(byteEx& content) {
     constexpr uint32_t kLargeRoom = uint32_t(1) << 30;
     if (content.capacity() >= kLargeRoom) return;
+    byteEx large;
     try {
-        content.reserve_exact(kLargeRoom);
+        large.assign_discard(kLargeRoom);
     } catch (const std::bad_alloc&) {
         return;
     }
-#ifdef MADV_HUGEPAGE
-    const uintptr_t page = 4096;
-    const uintptr_t start = (reinterpret_cast<uintptr_t>(content.data()) + page - 1) & ~(page - 1);
-    const uintptr_t end = (reinterpret_cast<uintptr_t>(content.data()) + kLargeRoom) & ~(page - 1);
-    (void)madvise(reinterpret_cast<void*>(start), end - start, MADV_HUGEPAGE);
-#endif
+    large.append(content.c_str(), content.size());
+    content.swap(large);
 }
 
 void ReadStandardInput(byteEx& content) {
