@@ -12,12 +12,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "orlo/regex_engine.h"
+#include "regex/word_list.h"
 
 namespace {
 
@@ -140,24 +140,7 @@ BENCHMARK_CAPTURE(BM_Compile, classes_and_bounds, "\\m[[:alpha:]_]\\w{2,8}\\M\\s
 BENCHMARK_CAPTURE(BM_Compile, back_reference, "(['\"])[^'\"]*\\1", REG_ADVANCED);
 BENCHMARK_CAPTURE(BM_Compile, wide_class, "[[:alpha:]]+[[:digit:]]{1,3}", REG_ADVANCED);
 
-// Distinct lower-case words of 3 to 10 letters from a fixed seed.
-std::vector<std::string> WordList(size_t n) {
-    std::set<std::string> seen;
-    std::vector<std::string> words;
-    uint32_t seed = 20261121;
-    auto next = [&seed](uint32_t bound) {
-        seed = seed * 1103515245u + 12345u;
-        return (seed >> 8) % bound;
-    };
-    while (words.size() < n) {
-        std::string word;
-        const uint32_t length = 3 + next(8);
-        for (uint32_t i = 0; i < length; ++i)
-            word += char('a' + next(26));
-        if (seen.insert(word).second) words.push_back(word);
-    }
-    return words;
-}
+using re_test::WordList;
 
 // A user's word list of range(0) words as one alternation, between `open`
 // and `close`. Compile time should grow about linearly with the words: the

@@ -6,11 +6,11 @@
 // and find exactly its own words, the first, one in the middle and the last
 // alike.
 
-#include <set>
 #include <string>
 #include <vector>
 
 #include "regex/engine_support.h"
+#include "regex/word_list.h"
 
 namespace re_test {
 namespace {
@@ -27,25 +27,6 @@ constexpr int ARE = Orlo::REG_ADVANCED;
 // Large enough for hub states of thousands of arcs, small enough that the
 // matcher's state cache for the automaton stays a modest allocation.
 constexpr size_t kWords = 5000;
-
-// Distinct lower-case words of 3 to 10 letters from a fixed seed.
-std::vector<std::string> WordList(size_t n) {
-    std::set<std::string> seen;
-    std::vector<std::string> words;
-    uint32_t seed = 20261121;
-    auto next = [&seed](uint32_t bound) {
-        seed = seed * 1103515245u + 12345u;
-        return (seed >> 8) % bound;
-    };
-    while (words.size() < n) {
-        std::string word;
-        const uint32_t length = 3 + next(8);
-        for (uint32_t i = 0; i < length; ++i)
-            word += char('a' + next(26));
-        if (seen.insert(word).second) words.push_back(word);
-    }
-    return words;
-}
 
 struct ShapeCase {
     const char* name;
